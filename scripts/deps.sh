@@ -1,0 +1,19 @@
+# Sourced by the project's scripts: installs the Debian packages named in "$@" that are missing.
+# Needs root (apt-get); does nothing when everything is already there.
+lcfd_install_missing() {
+    local missing=()
+    local package
+    for package in "$@"; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||
+            missing+=("$package")
+    done
+    if [ "${#missing[@]}" -gt 0 ]; then
+        echo "== installing: ${missing[*]}"
+        export DEBIAN_FRONTEND=noninteractive
+        apt-get update -qq
+        apt-get install -y -qq --no-install-recommends "${missing[@]}"
+    fi
+}
+
+# What building and testing lcfd needs.
+LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest iproute2 python3 procps)

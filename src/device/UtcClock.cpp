@@ -1,0 +1,35 @@
+#include "device/DeviceCommands.hpp"
+#include "log/Log.hpp"
+#include "settings/Settings.hpp"
+
+namespace lcfd {
+namespace {
+
+constexpr const char* kWrongClockLength = "Invalid format for UTC - length";
+constexpr const char* kClockNotNumbers = "Invalid format for UTC - not numbers";
+
+}  // namespace
+
+bool Settings::setUtcClock(const std::string& value) {
+    switch (checkClockValue(value)) {
+        case ClockValueCheck::WrongLength:
+            logWarning(kWrongClockLength);
+            return false;
+        case ClockValueCheck::NotNumbers:
+            logWarning(kClockNotNumbers);
+            return false;
+        case ClockValueCheck::Valid:
+            break;
+    }
+    const std::optional<std::string> line = setClockCommand(controllerType, value);
+    if (!line) {
+        return false;
+    }
+    runShellCommand(*line, true);  // the outcome of date is not examined
+    pendingutcclock = value;
+    return true;
+}
+
+std::string Settings::getUtcClock() const { return runShellCommand(command::kReadUtcClock, true); }
+
+}  // namespace lcfd

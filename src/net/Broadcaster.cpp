@@ -1,0 +1,165 @@
+#include "net/Broadcaster.hpp"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "net/RawFrame.hpp"
+#include "net/Version.hpp"
+
+namespace lcfd {
+namespace {
+
+constexpr const char* kDefaultBridge = "br0";
+constexpr std::size_t kReceiveBufferSize = 512;
+// The kernel copies the device name from this buffer; the option length given with it is 4.
+constexpr std::size_t kDeviceNameBufferSize = 10;
+constexpr socklen_t kBindToDeviceOptionLength = 4;
+constexpr int kIpHeaderIncludedOption = 3;  // IP_HDRINCL at the IP level (0)
+
+// Transport errors are written as the text followed by errno in decimal.
+void reportErrno(const char* text) { std::fprintf(stderr, "%s%d\n", text, errno); }
+
+[[noreturn]] void failSetup(const char* text) {
+    reportErrno(text);
+    std::exit(1);
+}
+
+sockaddr_in ipv4Address(in_addr_t address, std::uint16_t port) {
+    sockaddr_in result;
+    std::memset(&result, 0, sizeof result);
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    result.sin_addr.s_addr = address;
+    return result;
+}
+
+}  // namespace
+
+Broadcaster::Broadcaster(IBroadcasterCallback* callback_, std::uint16_t port_,
+                         const std::string& interfaceName_)
+    : interfaceName(interfaceName_),
+      port(port_),
+      callback(callback_),
+      socketFd(0),
+      bindAddress(ipv4Address(htonl(INADDR_ANY), port_)),
+      broadcastAddress(ipv4Address(htonl(INADDR_BROADCAST), port_)) {
+    socketFd = socket(AF_INET, SOCK_DGRAM, 17);
+    // 0 is this class's "no socket"; -1 is caught by the next call failing on a bad descriptor.
+    if (socketFd == 0) {
+        failSetup("Error creating socket: ");
+    }
+    const int enable = 1;
+    if (setsockopt(socketFd, SOL_SOCKET, SO_BROADCAST, &enable, sizeof enable) == -1) {
+        failSetup("Error setting socket options: ");
+    }
+    if (setsockopt(socketFd, SOL_SOCKET, SO_REUSEADDR, &enable, sizeof enable) == -1) {
+        failSetup("Error setting socket options: ");
+    }
+    if (bind(socketFd, reinterpret_cast<const sockaddr*>(&bindAddress), sizeof bindAddress) ==
+        -1) {
+        reportErrno("Error binding socket: ");
+        close(socketFd);
+        std::exit(1);
+    }
+}
+
+Broadcaster::~Broadcaster() {
+    if (socketFd != 0) {
+        close(socketFd);
+    }
+    socketFd = 0;
+}
+
+void Broadcaster::listen() {
+    std::fputs("LAN Config Facility ", stdout);
+    std::fputs(kVersion, stdout);
+    std::fputs(" : Listening for broadcast packets\n", stdout);
+
+    char buffer[kReceiveBufferSize];
+    sockaddr_in sender;
+    std::memset(&sender, 0, sizeof sender);
+    socklen_t senderLength = sizeof sender;
+    for (;;) {
+        const ssize_t received = recvfrom(socketFd, buffer, sizeof buffer, 0,
+                                          reinterpret_cast<sockaddr*>(&sender), &senderLength);
+        if (received < 1) {
+            continue;  // errors and empty datagrams carry nothing to handle
+        }
+        callback->onMessage(buffer, received, sender.sin_addr.s_addr);
+    }
+}
+
+void Broadcaster::broadcast(const char* text, std::int64_t length) {
+    if (interfaceName == kDefaultBridge) {
+        if (socketFd == 0) {
+            return;
+        }
+        const auto count = static_cast<std::size_t>(static_cast<std::int32_t>(length));
+        if (sendto(socketFd, text, count, 0, reinterpret_cast<const sockaddr*>(&broadcastAddress),
+                   sizeof broadcastAddress) != -1) {
+            return;
+        }
+        reportErrno("Broadcast failed: ");
+        std::fputs("Trying to send as raw package\n", stderr);
+    }
+    sendRaw(text);
+}
+
+void Broadcaster::sendRaw(const char* text) {
+    const std::size_t length = std::strlen(text);
+    if (length > kMaxRawPayload) {
+        std::fprintf(stderr, "Discarding oversize message: %zu\n", length);
+        return;
+    }
+    sendRawFrame(text);
+}
+
+void Broadcaster::sendRawFrame(const char* text) {
+    RawBroadcastFrame frame;
+    std::memset(frame.bytes, 0, sizeof frame.bytes);
+    const sockaddr_in destination = ipv4Address(inet_addr("255.255.255.255"), kRawFramePort);
+
+    const int rawFd = socket(AF_INET, SOCK_RAW, 255);
+    if (rawFd < 0) {
+        reportErrno("Failed to create raw socket: ");
+        return;
+    }
+    // On every failure below the raw socket stays open: each failed send costs a descriptor.
+    const int enable = 1;
+    if (setsockopt(rawFd, SOL_SOCKET, SO_BROADCAST, &enable, sizeof enable) == -1) {
+        reportErrno("Error setting socket broadcast option: ");
+        return;
+    }
+    if (setsockopt(rawFd, 0, kIpHeaderIncludedOption, &enable, sizeof enable) == -1) {
+        reportErrno("Error setting socket hdrincl option: ");
+        return;
+    }
+    char deviceName[kDeviceNameBufferSize] = {};
+    if (interfaceName.size() >= kDeviceNameBufferSize) {
+        std::abort();  // interface selection never yields a name this long
+    }
+    std::memcpy(deviceName, interfaceName.data(), interfaceName.size());
+    // Only four bytes reach the kernel: br0 and eth0 bind as named, longer names by their
+    // first four characters.
+    if (setsockopt(rawFd, SOL_SOCKET, SO_BINDTODEVICE, deviceName, kBindToDeviceOptionLength) <
+        0) {
+        std::fprintf(stderr, "Error binding to %s interface: %d\n", interfaceName.c_str(), errno);
+        return;
+    }
+
+    const std::size_t frameLength = buildRawBroadcastFrame(text, std::strlen(text), frame);
+    if (sendto(rawFd, frame.bytes, frameLength, 0, reinterpret_cast<const sockaddr*>(&destination),
+               sizeof destination) < 0) {
+        reportErrno("Failed to send raw data: ");
+        return;
+    }
+    close(rawFd);
+}
+
+}  // namespace lcfd

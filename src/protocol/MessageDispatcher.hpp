@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "net/Broadcaster.hpp"
+#include "net/IBroadcasterCallback.hpp"
+#include "protocol/Message.hpp"
+#include "settings/Settings.hpp"
+
+namespace lcfd {
+
+// "[" + sender + "] Message understood... \n\n" or "] Message not understood... \n\n".
+std::string composeTrace(std::uint32_t senderAddress, bool understood);
+
+// The daemon: owns the device settings and the transport, takes every datagram apart,
+// answers it, and traces it on standard output.
+class MessageDispatcher : public IBroadcasterCallback {
+public:
+    // Reads the device, then opens the transport on `port` for the selected interface.
+    explicit MessageDispatcher(std::uint16_t port);
+    ~MessageDispatcher() override;
+    MessageDispatcher(const MessageDispatcher&) = delete;
+    MessageDispatcher& operator=(const MessageDispatcher&) = delete;
+
+    void onMessage(const char* data, std::int64_t length, std::uint32_t senderAddress) override;
+    [[noreturn]] void run();
+
+private:
+    bool parseMessage(const std::string& text);
+    bool handleCommand(const std::string& text);
+    void reply(const std::string& text);
+    void sendStatus();
+    void applyAssignment();
+
+    Message message;
+    std::unique_ptr<Broadcaster> broadcaster;
+    std::unique_ptr<Settings> settings;
+};
+
+}  // namespace lcfd

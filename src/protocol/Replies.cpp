@@ -1,0 +1,77 @@
+#include "protocol/Replies.hpp"
+
+#include "protocol/MessageFormat.hpp"
+
+namespace lcfd {
+namespace {
+
+std::string replyStart(const char* command, const std::string& seqid, const std::string& mac) {
+    std::string reply = kProtocolTag;
+    reply += std::to_string(kProtocolVersion);
+    reply += kFieldSeparator;
+    reply += command;
+    reply += kFieldSeparator;
+    reply += key::kSeqid;
+    reply += kKeyValueSeparator;
+    reply += seqid;
+    reply += kFieldSeparator;
+    reply += key::kMac;
+    reply += kKeyValueSeparator;
+    reply += mac;
+    return reply;
+}
+
+void appendField(std::string& reply, const char* fieldKey, const std::string& value) {
+    reply += kFieldSeparator;
+    reply += fieldKey;
+    reply += kKeyValueSeparator;
+    reply += value;
+}
+
+}  // namespace
+
+const std::vector<StatusField>& statusFields() {
+    static const std::vector<StatusField> fields = {
+        {key::kIp, true, &StatusValues::ip},
+        {key::kNetmask, true, &StatusValues::netmask},
+        {key::kGateway, true, &StatusValues::gateway},
+        {key::kHostname, true, &StatusValues::hostname},
+        {key::kIpScheme, true, &StatusValues::ipscheme},
+        {key::kNtpIp, true, &StatusValues::ntpip},
+        {key::kController, true, &StatusValues::controller},
+        {key::kHousenames, true, &StatusValues::housenames},
+        {key::kSyslogIp, true, &StatusValues::syslogip},
+        {key::kNameserver, true, &StatusValues::nameserver},
+        {key::kNtpSync, true, &StatusValues::ntpsync},
+        {key::kSdUsage, true, &StatusValues::sdusage},
+        {key::kSdkVersion, true, &StatusValues::sdkversion},
+        {key::kMac1, true, &StatusValues::mac1},
+        {key::kMac2, true, &StatusValues::mac2},
+        {key::kUptime, true, &StatusValues::uptime},
+        {key::kLoadavg, true, &StatusValues::loadavg},
+        {key::kUtcClock, false, &StatusValues::utcclock},
+        {key::kDisplayTime, false, &StatusValues::displaytime},
+    };
+    return fields;
+}
+
+std::string composeAck(const std::string& seqid, const std::string& mac, bool accepted) {
+    std::string reply = replyStart(word::kAck, seqid, mac);
+    appendField(reply, key::kAccept, accepted ? "yes" : "no");
+    return reply;
+}
+
+std::string composeStatus(const std::string& seqid, const std::string& mac,
+                          const StatusValues& values) {
+    std::string reply = replyStart(word::kStatus, seqid, mac);
+    for (const StatusField& field : statusFields()) {
+        const std::string& value = values.*field.value;
+        if (field.omittedWhenEmpty && value.empty()) {
+            continue;
+        }
+        appendField(reply, field.key, value);
+    }
+    return reply;
+}
+
+}  // namespace lcfd

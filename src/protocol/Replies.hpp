@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace lcfd {
+
+// The values of a STATUS reply after seqid and mac, in the order they are written.
+struct StatusValues {
+    std::string ip;
+    std::string netmask;
+    std::string gateway;
+    std::string hostname;
+    std::string ipscheme;
+    std::string ntpip;
+    std::string controller;
+    std::string housenames;
+    std::string syslogip;
+    std::string nameserver;
+    std::string ntpsync;
+    std::string sdusage;
+    std::string sdkversion;
+    std::string mac1;
+    std::string mac2;
+    std::string uptime;
+    std::string loadavg;
+    std::string utcclock;     // always written
+    std::string displaytime;  // always written
+};
+
+// One entry of the STATUS layout: its key, whether an empty value is left out, and where the
+// value stands in StatusValues.
+struct StatusField {
+    const char* key;
+    bool omittedWhenEmpty;
+    std::string StatusValues::*value;
+};
+
+// The status fields after seqid and mac, in reply order.
+const std::vector<StatusField>& statusFields();
+
+// "LCF2#ACK#seqid=" + seqid + "#mac=" + mac + "#accept=yes" or "#accept=no".
+std::string composeAck(const std::string& seqid, const std::string& mac, bool accepted);
+
+// "LCF2#STATUS#seqid=" + seqid + "#mac=" + mac, then "#key=value" for every status field,
+// empty optional ones left out.
+std::string composeStatus(const std::string& seqid, const std::string& mac,
+                          const StatusValues& values);
+
+}  // namespace lcfd

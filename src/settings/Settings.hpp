@@ -1,0 +1,163 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "settings/ControllerType.hpp"
+
+namespace lcfd {
+
+// Removes every carriage return, line feed and tab, wherever it stands.
+std::string cleanText(const std::string& text);
+// Passes every byte through toupper (the daemon never changes the locale).
+std::string upperCased(const std::string& text);
+// Four decimal numbers 0..255 separated by dots and nothing else (inet_pton, AF_INET).
+bool isValidIpv4(const std::string& text);
+
+// The one record of the device's values, all held as text as the tools printed them or as a
+// request supplied them. The live object owns a `snapshot` of the values last read from the
+// device; the change predicates compare against it to find what an ASSIGN changed.
+class Settings {
+public:
+    Settings();
+    virtual ~Settings();
+    Settings(const Settings&) = delete;
+    // Copies the device-read fields devicehostname .. ipscheme only.
+    Settings& operator=(const Settings& other);
+
+    // Read-only access to the stored texts.
+    const std::string& housenamesRef() const { return housenames; }
+    const std::string& devicehostnameRef() const { return devicehostname; }
+    const std::string& hostnameRef() const { return hostname; }
+    const std::string& ipRef() const { return ip; }
+    const std::string& netmaskRef() const { return netmask; }
+    const std::string& gatewayRef() const { return gateway; }
+    const std::string& auxipRef() const { return auxip; }
+    const std::string& macRef() const { return mac; }
+    const std::string& ntpipRef() const { return ntpip; }
+    const std::string& controllerRef() const { return controller; }
+    const std::string& syslogipRef() const { return syslogip; }
+    const std::string& nameserverRef() const { return nameserver; }
+    const std::string& ipschemeRef() const { return ipscheme; }
+    const std::string& ntpsyncRef() const { return ntpsync; }
+    const std::string& sdusageRef() const { return sdusage; }
+    const std::string& sdkversionRef() const { return sdkversion; }
+    const std::string& mac1Ref() const { return mac1; }
+    const std::string& mac2Ref() const { return mac2; }
+    const std::string& uptimeRef() const { return uptime; }
+    const std::string& loadavgRef() const { return loadavg; }
+    const std::string& displaytimeRef() const { return displaytime; }
+    const std::string& pendingUtcClock() const { return pendingutcclock; }
+    const std::string& interfaceField() const { return interface; }
+    ControllerType getControllerType() const { return controllerType; }
+    const Settings* getSnapshot() const { return snapshot.get(); }
+
+    // Getters: which ones clean and which upper-case is deliberate, per field.
+    std::string getHousenames() const;
+    std::string getHostname() const;
+    std::string getIp() const;
+    std::string getNetmask() const;
+    std::string getGateway() const;
+    std::string getMac() const;
+    std::string getNtpIp() const;
+    std::string getController() const;
+    std::string getSyslogIp() const;
+    std::string getNameserver() const;
+    std::string getIpScheme() const;
+    std::string getNtpSync() const;
+    std::string getSdUsage() const;
+    std::string getSdkVersion() const;
+    std::string getMac1() const;
+    std::string getMac2() const;
+    std::string getUptime() const;
+    std::string getLoadavg() const;
+    std::string getDisplayTime() const;
+    std::string getSerialNumber() const;
+
+    // Validating setters: a rejected value leaves the field as it was.
+    bool setIp(const std::string& value);
+    bool setNetmask(const std::string& value);
+    bool setGateway(const std::string& value);
+    bool setAuxIp(const std::string& value);
+    bool setNtpIp(const std::string& value);
+    bool setSyslogIp(const std::string& value);
+    bool setNameserver(const std::string& value);
+    void setIpScheme(const std::string& value);
+    bool setHostname(const std::string& value);
+    bool setHousenames(const std::string& value);
+    void setMac(const std::string& value);
+    void setDeviceHostname(const std::string& value);
+    void setController(const std::string& value);
+
+    // Unvalidated stores for the values only the device reading fills.
+    void setNtpSync(const std::string& value) { ntpsync = value; }
+    void setSdUsage(const std::string& value) { sdusage = value; }
+    void setSdkVersion(const std::string& value) { sdkversion = value; }
+    void setMac1(const std::string& value) { mac1 = value; }
+    void setMac2(const std::string& value) { mac2 = value; }
+    void setUptime(const std::string& value) { uptime = value; }
+    void setLoadavg(const std::string& value) { loadavg = value; }
+    void setDisplayTime(const std::string& value) { displaytime = value; }
+    void setControllerType(ControllerType type) { controllerType = type; }
+
+    // Change predicates against the snapshot; without one everything counts as changed.
+    bool ntpipChanged() const;
+    bool syslogipChanged() const;
+    bool nameserverChanged() const;
+    bool networkChanged() const;  // ip, netmask, gateway, syslogip or ipscheme
+    bool ipschemeChanged() const;
+    bool hostnameChanged() const;
+    bool hasPendingUtcClock() const;
+
+    // Interface selection: the interface file, else "br0".
+    const std::string& loadInterfaceName();
+    std::string getInterfaceName();
+    std::string getInterfaceNetmask();
+
+    // Runs a command line through the shell and answers its first output line (or the first
+    // word of it), the empty text, or "ERROR::popen".
+    std::string runShellCommand(const std::string& command, bool firstWordOnly) const;
+
+    // Reading the device.
+    void readFromDevice();
+    // Reads the device, then replaces the snapshot with a copy of what was read.
+    void reload();
+    void takeSnapshot();
+
+    // Changing the device (the device library).
+    void writeNetworkSettings();
+    bool clearNtpIp();
+    bool clearSyslogIp();
+    bool clearNameserver();
+    bool setUtcClock(const std::string& value);
+    std::string getUtcClock() const;
+
+private:
+    std::string housenames;
+    std::string devicehostname;
+    std::string hostname;
+    std::string ip;
+    std::string netmask;
+    std::string gateway;
+    std::string auxip;
+    std::string mac;
+    std::string ntpip;
+    std::string controller;
+    std::string syslogip;
+    std::string nameserver;
+    std::string ipscheme;
+    std::string ntpsync;
+    std::string sdusage;
+    std::string pendingutcclock;
+    std::string interface;
+    std::string sdkversion;
+    std::string mac1;
+    std::string mac2;
+    std::string uptime;
+    std::string loadavg;
+    std::string displaytime;
+    std::unique_ptr<Settings> snapshot;
+    ControllerType controllerType;
+};
+
+}  // namespace lcfd

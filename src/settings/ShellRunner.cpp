@@ -1,0 +1,49 @@
+#include "settings/ShellRunner.hpp"
+
+#include <cstdio>
+
+#include "log/Log.hpp"
+#include "settings/Settings.hpp"
+
+namespace lcfd {
+namespace {
+
+bool isFormattedInputSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
+
+}  // namespace
+
+std::string firstWord(const std::string& text) {
+    std::size_t begin = 0;
+    while (begin < text.size() && isFormattedInputSpace(text[begin])) {
+        ++begin;
+    }
+    std::size_t end = begin;
+    while (end < text.size() && !isFormattedInputSpace(text[end])) {
+        ++end;
+    }
+    return text.substr(begin, end - begin);
+}
+
+std::string Settings::runShellCommand(const std::string& command, bool firstWordOnly) const {
+    std::string result;
+    std::FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        result = kPopenFailed;
+        logError(result + ":" + command);
+        return result;
+    }
+    char buffer[512];
+    // Only the first line (or its first 510 bytes) is ever read; the rest of the output is left.
+    if (std::fgets(buffer, kCommandOutputReadLimit, pipe) != nullptr) {
+        result = buffer;
+        if (firstWordOnly) {
+            result = firstWord(result);
+        }
+    }
+    pclose(pipe);  // waits for the command; its exit status is not looked at
+    return result;
+}
+
+}  // namespace lcfd
