@@ -114,6 +114,8 @@ std::vector<std::string> clearCommands(ServerSetting setting, ControllerType typ
     return {};
 }
 
-bool clearSucceeded(const std::string& answer) { return answer.find("ERROR") != 0; }
+bool clearSucceeded(const std::string& answer) {
+    return answer.find("ERROR") != 0;
+}
 
 }  // namespace lcfd

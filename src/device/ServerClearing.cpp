@@ -15,8 +15,14 @@ bool runClear(const Settings& settings, ServerSetting setting) {
 
 }  // namespace
 
-bool Settings::clearNtpIp() { return runClear(*this, ServerSetting::TimeServer); }
-bool Settings::clearSyslogIp() { return runClear(*this, ServerSetting::SyslogServer); }
-bool Settings::clearNameserver() { return runClear(*this, ServerSetting::NameServer); }
+bool Settings::clearNtpIp() {
+    return runClear(*this, ServerSetting::TimeServer);
+}
+bool Settings::clearSyslogIp() {
+    return runClear(*this, ServerSetting::SyslogServer);
+}
+bool Settings::clearNameserver() {
+    return runClear(*this, ServerSetting::NameServer);
+}
 
 }  // namespace lcfd

@@ -30,6 +30,8 @@ bool Settings::setUtcClock(const std::string& value) {
     return true;
 }
 
-std::string Settings::getUtcClock() const { return runShellCommand(command::kReadUtcClock, true); }
+std::string Settings::getUtcClock() const {
+    return runShellCommand(command::kReadUtcClock, true);
+}
 
 }  // namespace lcfd

@@ -31,9 +31,17 @@ void openLog() {
     }
 }
 
-void logError(const std::string& message) { writeLine(stderr, LOG_ERR, message); }
-void logWarning(const std::string& message) { writeLine(stderr, LOG_WARNING, message); }
-void logInfo(const std::string& message) { writeLine(stdout, LOG_INFO, message); }
-void logDebug(const std::string& message) { writeLine(stdout, LOG_DEBUG, message); }
+void logError(const std::string& message) {
+    writeLine(stderr, LOG_ERR, message);
+}
+void logWarning(const std::string& message) {
+    writeLine(stderr, LOG_WARNING, message);
+}
+void logInfo(const std::string& message) {
+    writeLine(stdout, LOG_INFO, message);
+}
+void logDebug(const std::string& message) {
+    writeLine(stdout, LOG_DEBUG, message);
+}
 
 }  // namespace lcfd

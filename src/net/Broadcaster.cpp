@@ -23,7 +23,9 @@ constexpr socklen_t kBindToDeviceOptionLength = 4;
 constexpr int kIpHeaderIncludedOption = 3;  // IP_HDRINCL at the IP level (0)
 
 // Transport errors are written as the text followed by errno in decimal.
-void reportErrno(const char* text) { std::fprintf(stderr, "%s%d\n", text, errno); }
+void reportErrno(const char* text) {
+    std::fprintf(stderr, "%s%d\n", text, errno);
+}
 
 [[noreturn]] void failSetup(const char* text) {
     reportErrno(text);
@@ -61,8 +63,7 @@ Broadcaster::Broadcaster(IBroadcasterCallback* callback_, std::uint16_t port_,
     if (setsockopt(socketFd, SOL_SOCKET, SO_REUSEADDR, &enable, sizeof enable) == -1) {
         failSetup("Error setting socket options: ");
     }
-    if (bind(socketFd, reinterpret_cast<const sockaddr*>(&bindAddress), sizeof bindAddress) ==
-        -1) {
+    if (bind(socketFd, reinterpret_cast<const sockaddr*>(&bindAddress), sizeof bindAddress) == -1) {
         reportErrno("Error binding socket: ");
         close(socketFd);
         std::exit(1);
@@ -147,8 +148,7 @@ void Broadcaster::sendRawFrame(const char* text) {
     std::memcpy(deviceName, interfaceName.data(), interfaceName.size());
     // Only four bytes reach the kernel: br0 and eth0 bind as named, longer names by their
     // first four characters.
-    if (setsockopt(rawFd, SOL_SOCKET, SO_BINDTODEVICE, deviceName, kBindToDeviceOptionLength) <
-        0) {
+    if (setsockopt(rawFd, SOL_SOCKET, SO_BINDTODEVICE, deviceName, kBindToDeviceOptionLength) < 0) {
         std::fprintf(stderr, "Error binding to %s interface: %d\n", interfaceName.c_str(), errno);
         return;
     }

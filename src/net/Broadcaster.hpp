@@ -14,7 +14,7 @@ namespace lcfd {
 // UDP socket only on the bridge "br0"; otherwise, and when that send fails, they go out as a
 // hand-built IPv4/UDP frame on a raw socket bound to the interface.
 class Broadcaster {
-public:
+  public:
     // Opens and binds the socket; a failure ends the process with status 1.
     Broadcaster(IBroadcasterCallback* callback, std::uint16_t port,
                 const std::string& interfaceName);
@@ -32,7 +32,7 @@ public:
     void sendRaw(const char* text);
     void sendRawFrame(const char* text);
 
-private:
+  private:
     std::string interfaceName;
     std::uint16_t port;
     std::string auxText;  // unused; kept empty

@@ -56,7 +56,7 @@ std::size_t buildRawBroadcastFrame(const char* payload, std::size_t length,
     frame.bytes[6] = 0x40;  // don't fragment
     frame.bytes[7] = 0x00;
     frame.bytes[8] = kRawFrameTimeToLive;
-    frame.bytes[9] = 17;  // UDP
+    frame.bytes[9] = 17;               // UDP
     putAddress(frame, 12, "0.0.0.0");  // the kernel puts in the interface's address
     putAddress(frame, 16, "255.255.255.255");
 

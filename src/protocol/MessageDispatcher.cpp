@@ -40,7 +40,9 @@ MessageDispatcher::~MessageDispatcher() {
     settings.reset();
 }
 
-void MessageDispatcher::run() { broadcaster->listen(); }
+void MessageDispatcher::run() {
+    broadcaster->listen();
+}
 
 void MessageDispatcher::onMessage(const char* data, std::int64_t length,
                                   std::uint32_t senderAddress) {

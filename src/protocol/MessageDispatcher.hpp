@@ -17,7 +17,7 @@ std::string composeTrace(std::uint32_t senderAddress, bool understood);
 // The daemon: owns the device settings and the transport, takes every datagram apart,
 // answers it, and traces it on standard output.
 class MessageDispatcher : public IBroadcasterCallback {
-public:
+  public:
     // Reads the device, then opens the transport on `port` for the selected interface.
     explicit MessageDispatcher(std::uint16_t port);
     ~MessageDispatcher() override;
@@ -27,7 +27,7 @@ public:
     void onMessage(const char* data, std::int64_t length, std::uint32_t senderAddress) override;
     [[noreturn]] void run();
 
-private:
+  private:
     bool parseMessage(const std::string& text);
     bool handleCommand(const std::string& text);
     void reply(const std::string& text);

@@ -13,7 +13,9 @@ constexpr int kMacGroups = 6;
 constexpr int kAddressParts = 4;
 constexpr std::uint32_t kMaxAddressPart = 255;
 
-bool isHexDigit(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
+bool isHexDigit(char c) {
+    return std::isxdigit(static_cast<unsigned char>(c)) != 0;
+}
 
 bool isDigitsOnly(const std::string& text) {
     for (const char c : text) {
@@ -25,8 +27,8 @@ bool isDigitsOnly(const std::string& text) {
 }
 
 bool isAddressKey(const std::string& key) {
-    return key == key::kIp || key == key::kNetmask || key == key::kGateway ||
-           key == key::kNtpIp || key == key::kSyslogIp || key == key::kNameserver;
+    return key == key::kIp || key == key::kNetmask || key == key::kGateway || key == key::kNtpIp ||
+           key == key::kSyslogIp || key == key::kNameserver;
 }
 
 std::string& addressField(const std::string& key, Message& message) {

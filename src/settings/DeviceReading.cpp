@@ -46,8 +46,7 @@ std::string withInterface(const char* query, const std::string& interfaceName) {
 }
 
 bool isPublicResolver(const std::string& answer) {
-    return answer == "1.1.1.1" || answer == "8.8.8.8" || answer == "1.0.0.1" ||
-           answer == "8.8.4.4";
+    return answer == "1.1.1.1" || answer == "8.8.8.8" || answer == "1.0.0.1" || answer == "8.8.4.4";
 }
 
 const char* timeServerQuery(ControllerType type) {
@@ -135,7 +134,8 @@ void Settings::readFromDevice() {
 
     // The MAC and scheme queries use the interface as it stood before this reading's
     // selection, which happens inside the netmask lookup below.
-    const std::string macAnswer = runShellCommand(withInterface(query::kMacAddress, interface), true);
+    const std::string macAnswer =
+        runShellCommand(withInterface(query::kMacAddress, interface), true);
     if (isUsableAnswer(macAnswer)) {
         mac = macAnswer;
     }

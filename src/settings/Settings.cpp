@@ -76,28 +76,70 @@ Settings& Settings::operator=(const Settings& other) {
     return *this;
 }
 
-std::string Settings::getHousenames() const { return cleanText(housenames); }
-std::string Settings::getHostname() const { return hostname; }
-std::string Settings::getIp() const { return ip; }
-std::string Settings::getNetmask() const { return netmask; }
-std::string Settings::getGateway() const { return gateway; }
-std::string Settings::getMac() const { return upperCased(mac); }
-std::string Settings::getNtpIp() const { return ntpip; }
-std::string Settings::getController() const { return cleanText(controller); }
-std::string Settings::getSyslogIp() const { return syslogip; }
-std::string Settings::getNameserver() const { return nameserver; }
-std::string Settings::getIpScheme() const { return ipscheme; }
-std::string Settings::getNtpSync() const { return ntpsync; }
-std::string Settings::getSdUsage() const { return sdusage; }
-std::string Settings::getSdkVersion() const { return cleanText(sdkversion); }
-std::string Settings::getMac1() const { return upperCased(cleanText(mac1)); }
-std::string Settings::getMac2() const { return upperCased(cleanText(mac2)); }
-std::string Settings::getUptime() const { return cleanText(uptime); }
-std::string Settings::getLoadavg() const { return cleanText(loadavg); }
-std::string Settings::getDisplayTime() const { return cleanText(displaytime); }
-std::string Settings::getSerialNumber() const { return kSerialNumber; }
+std::string Settings::getHousenames() const {
+    return cleanText(housenames);
+}
+std::string Settings::getHostname() const {
+    return hostname;
+}
+std::string Settings::getIp() const {
+    return ip;
+}
+std::string Settings::getNetmask() const {
+    return netmask;
+}
+std::string Settings::getGateway() const {
+    return gateway;
+}
+std::string Settings::getMac() const {
+    return upperCased(mac);
+}
+std::string Settings::getNtpIp() const {
+    return ntpip;
+}
+std::string Settings::getController() const {
+    return cleanText(controller);
+}
+std::string Settings::getSyslogIp() const {
+    return syslogip;
+}
+std::string Settings::getNameserver() const {
+    return nameserver;
+}
+std::string Settings::getIpScheme() const {
+    return ipscheme;
+}
+std::string Settings::getNtpSync() const {
+    return ntpsync;
+}
+std::string Settings::getSdUsage() const {
+    return sdusage;
+}
+std::string Settings::getSdkVersion() const {
+    return cleanText(sdkversion);
+}
+std::string Settings::getMac1() const {
+    return upperCased(cleanText(mac1));
+}
+std::string Settings::getMac2() const {
+    return upperCased(cleanText(mac2));
+}
+std::string Settings::getUptime() const {
+    return cleanText(uptime);
+}
+std::string Settings::getLoadavg() const {
+    return cleanText(loadavg);
+}
+std::string Settings::getDisplayTime() const {
+    return cleanText(displaytime);
+}
+std::string Settings::getSerialNumber() const {
+    return kSerialNumber;
+}
 
-bool Settings::setIp(const std::string& value) { return storeIfValidIpv4(ip, value); }
+bool Settings::setIp(const std::string& value) {
+    return storeIfValidIpv4(ip, value);
+}
 bool Settings::setNetmask(const std::string& value) {
     // Upper-casing a valid address changes nothing; the stored text is the upper-cased one.
     if (!isValidIpv4(value)) {
@@ -106,14 +148,24 @@ bool Settings::setNetmask(const std::string& value) {
     netmask = upperCased(value);
     return true;
 }
-bool Settings::setGateway(const std::string& value) { return storeIfValidIpv4(gateway, value); }
-bool Settings::setAuxIp(const std::string& value) { return storeIfValidIpv4(auxip, value); }
-bool Settings::setNtpIp(const std::string& value) { return storeIfValidIpv4(ntpip, value); }
-bool Settings::setSyslogIp(const std::string& value) { return storeIfValidIpv4(syslogip, value); }
+bool Settings::setGateway(const std::string& value) {
+    return storeIfValidIpv4(gateway, value);
+}
+bool Settings::setAuxIp(const std::string& value) {
+    return storeIfValidIpv4(auxip, value);
+}
+bool Settings::setNtpIp(const std::string& value) {
+    return storeIfValidIpv4(ntpip, value);
+}
+bool Settings::setSyslogIp(const std::string& value) {
+    return storeIfValidIpv4(syslogip, value);
+}
 bool Settings::setNameserver(const std::string& value) {
     return storeIfValidIpv4(nameserver, value);
 }
-void Settings::setIpScheme(const std::string& value) { ipscheme = value; }
+void Settings::setIpScheme(const std::string& value) {
+    ipscheme = value;
+}
 bool Settings::setHostname(const std::string& value) {
     hostname = value;
     return true;
@@ -122,12 +174,22 @@ bool Settings::setHousenames(const std::string& value) {
     housenames = value;
     return true;
 }
-void Settings::setMac(const std::string& value) { mac = value; }
-void Settings::setDeviceHostname(const std::string& value) { devicehostname = value; }
-void Settings::setController(const std::string& value) { controller = value; }
+void Settings::setMac(const std::string& value) {
+    mac = value;
+}
+void Settings::setDeviceHostname(const std::string& value) {
+    devicehostname = value;
+}
+void Settings::setController(const std::string& value) {
+    controller = value;
+}
 
-bool Settings::ntpipChanged() const { return !snapshot || ntpip != snapshot->ntpip; }
-bool Settings::syslogipChanged() const { return !snapshot || syslogip != snapshot->syslogip; }
+bool Settings::ntpipChanged() const {
+    return !snapshot || ntpip != snapshot->ntpip;
+}
+bool Settings::syslogipChanged() const {
+    return !snapshot || syslogip != snapshot->syslogip;
+}
 bool Settings::nameserverChanged() const {
     return !snapshot || nameserver != snapshot->nameserver;
 }
@@ -137,15 +199,23 @@ bool Settings::networkChanged() const {
            gateway != snapshot->gateway || syslogip != snapshot->syslogip ||
            ipscheme != snapshot->ipscheme;
 }
-bool Settings::ipschemeChanged() const { return !snapshot || ipscheme != snapshot->ipscheme; }
-bool Settings::hostnameChanged() const { return !snapshot || hostname != snapshot->hostname; }
-bool Settings::hasPendingUtcClock() const { return !pendingutcclock.empty(); }
+bool Settings::ipschemeChanged() const {
+    return !snapshot || ipscheme != snapshot->ipscheme;
+}
+bool Settings::hostnameChanged() const {
+    return !snapshot || hostname != snapshot->hostname;
+}
+bool Settings::hasPendingUtcClock() const {
+    return !pendingutcclock.empty();
+}
 
 const std::string& Settings::loadInterfaceName() {
     return selectInterfaceName(kInterfaceFilePath, interface);
 }
 
-std::string Settings::getInterfaceName() { return cleanText(loadInterfaceName()); }
+std::string Settings::getInterfaceName() {
+    return cleanText(loadInterfaceName());
+}
 
 std::string Settings::getInterfaceNetmask() {
     return lookupInterfaceNetmask(loadInterfaceName());

@@ -18,7 +18,7 @@ bool isValidIpv4(const std::string& text);
 // request supplied them. The live object owns a `snapshot` of the values last read from the
 // device; the change predicates compare against it to find what an ASSIGN changed.
 class Settings {
-public:
+  public:
     Settings();
     virtual ~Settings();
     Settings(const Settings&) = delete;
@@ -132,7 +132,7 @@ public:
     bool setUtcClock(const std::string& value);
     std::string getUtcClock() const;
 
-private:
+  private:
     std::string housenames;
     std::string devicehostname;
     std::string hostname;
