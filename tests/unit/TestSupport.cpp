@@ -1,0 +1,104 @@
+#include "TestSupport.hpp"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <sys/stat.h>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace lcfd::test {
+namespace {
+
+int redirectTo(int fd, const std::string& path) {
+    const int saved = dup(fd);
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (saved < 0 || file < 0) {
+        throw std::runtime_error("cannot redirect a stream for capture");
+    }
+    dup2(file, fd);
+    close(file);
+    return saved;
+}
+
+void restore(int fd, int saved) {
+    dup2(saved, fd);
+    close(saved);
+}
+
+}  // namespace
+
+CapturedOutput captureOutput(const std::function<void()>& action) {
+    TempDir dir;
+    const std::string outPath = dir.path() + "/out";
+    const std::string errPath = dir.path() + "/err";
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const int savedOut = redirectTo(1, outPath);
+    const int savedErr = redirectTo(2, errPath);
+    action();
+    std::fflush(stdout);
+    std::fflush(stderr);
+    restore(1, savedOut);
+    restore(2, savedErr);
+    return CapturedOutput{readFile(outPath), readFile(errPath)};
+}
+
+TempDir::TempDir() {
+    char pattern[] = "/tmp/lcfd-test-XXXXXX";
+    if (mkdtemp(pattern) == nullptr) {
+        throw std::runtime_error("mkdtemp failed");
+    }
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+    const std::string command = "rm -rf '" + path_ + "'";
+    if (std::system(command.c_str()) != 0) {
+        std::fprintf(stderr, "could not remove %s\n", path_.c_str());
+    }
+}
+
+std::string TempDir::writeFile(const std::string& name, const std::string& content,
+                               bool executable) const {
+    const std::string filePath = path_ + "/" + name;
+    {
+        std::ofstream file(filePath, std::ios::binary | std::ios::trunc);
+        file << content;
+    }
+    chmod(filePath.c_str(), executable ? 0755 : 0644);
+    return filePath;
+}
+
+ScopedPathPrefix::ScopedPathPrefix(const std::string& directory) {
+    const char* current = std::getenv("PATH");
+    previous_ = current != nullptr ? current : "";
+    const std::string updated = directory + ":" + previous_;
+    setenv("PATH", updated.c_str(), 1);
+}
+
+ScopedPathPrefix::~ScopedPathPrefix() {
+    setenv("PATH", previous_.c_str(), 1);
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::string line;
+    std::istringstream stream(text);
+    while (std::getline(stream, line)) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+}  // namespace lcfd::test
