@@ -55,6 +55,41 @@ const std::vector<StatusField>& statusFields() {
     return fields;
 }
 
+std::optional<std::string> Reply::value(const std::string& fieldKey) const {
+    for (const auto& [name, fieldValue] : fields) {
+        if (name == fieldKey) {
+            return fieldValue;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<Reply> parseReply(const std::string& text) {
+    std::string header;
+    std::string remainder;
+    splitAt(text, kFieldSeparator, header, remainder);
+    if (!checkHeader(header)) {
+        return std::nullopt;
+    }
+    Reply reply;
+    std::string rest;
+    splitAt(remainder, kFieldSeparator, reply.command, rest);
+    if (reply.command != word::kStatus && reply.command != word::kAck) {
+        return std::nullopt;
+    }
+    while (!rest.empty()) {
+        std::string field;
+        std::string next;
+        splitAt(rest, kFieldSeparator, field, next);
+        std::string fieldKey;
+        std::string value;
+        splitAt(field, kKeyValueSeparator, fieldKey, value);
+        reply.fields.emplace_back(fieldKey, value);
+        rest = next;
+    }
+    return reply;
+}
+
 std::string composeAck(const std::string& seqid, const std::string& mac, bool accepted) {
     std::string reply = replyStart(word::kAck, seqid, mac);
     appendField(reply, key::kAccept, accepted ? "yes" : "no");

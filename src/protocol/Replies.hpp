@@ -1,6 +1,8 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lcfd {
@@ -46,5 +48,19 @@ std::string composeAck(const std::string& seqid, const std::string& mac, bool ac
 // empty optional ones left out.
 std::string composeStatus(const std::string& seqid, const std::string& mac,
                           const StatusValues& values);
+
+// A reply as a configuration tool reads it: the command word ("STATUS" or "ACK") and its
+// key=value fields in the order they came.
+struct Reply {
+    std::string command;
+    std::vector<std::pair<std::string, std::string>> fields;
+
+    // The value of the first field named `fieldKey`, or nothing.
+    std::optional<std::string> value(const std::string& fieldKey) const;
+};
+
+// Takes a received datagram apart; nothing when it is not a STATUS or ACK reply with an
+// accepted header.
+std::optional<Reply> parseReply(const std::string& text);
 
 }  // namespace lcfd

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "protocol/Message.hpp"
 
@@ -26,5 +28,15 @@ Request parseRequest(const std::string& text, Message& message);
 // Whether a request is for the device with MAC address `deviceMac`. A QUERY without a MAC
 // address is for every device; ASSIGN and CLEAR must name the device exactly.
 bool isAddressedTo(const Request& request, const Message& message, const std::string& deviceMac);
+
+// Request texts as a configuration tool sends them.
+// "LCF2#QUERY#seqid=" + seqid, and "#mac=" + mac when a MAC address is given.
+std::string composeQuery(const std::string& seqid, const std::string& mac);
+// "LCF2#ASSIGN#seqid=" + seqid + "#mac=" + mac, then "#key=value" for each assignment.
+std::string composeAssign(const std::string& seqid, const std::string& mac,
+                          const std::vector<std::pair<std::string, std::string>>& assignments);
+// "LCF2#CLEAR#seqid=" + seqid + "#mac=" + mac + "#" + serverKey.
+std::string composeClear(const std::string& seqid, const std::string& mac,
+                         const std::string& serverKey);
 
 }  // namespace lcfd

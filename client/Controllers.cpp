@@ -1,0 +1,47 @@
+#include "client/Controllers.hpp"
+
+#include <arpa/inet.h>
+
+#include "protocol/MessageFormat.hpp"
+
+namespace lcf {
+
+std::string Controller::field(const std::string& key) const {
+    return status.value(key).value_or("");
+}
+
+bool isOutsideSubnet(const std::string& ipText, const NetworkInterface& networkInterface) {
+    in_addr address{};
+    if (inet_pton(AF_INET, ipText.c_str(), &address) != 1) {
+        return true;
+    }
+    return (address.s_addr & networkInterface.netmask) !=
+           (networkInterface.address & networkInterface.netmask);
+}
+
+bool DiscoveryResults::add(const lcfd::Reply& reply, const NetworkInterface& arrivedOn) {
+    if (reply.command != lcfd::word::kStatus || reply.value(lcfd::key::kSeqid) != seqid_) {
+        return false;
+    }
+    const std::string mac = reply.value(lcfd::key::kMac).value_or("");
+    if (mac.empty() || byMac_.count(mac) != 0) {
+        return false;
+    }
+    Controller controller;
+    controller.status = reply;
+    controller.interfaceName = arrivedOn.name;
+    controller.outsideSubnet = isOutsideSubnet(controller.field(lcfd::key::kIp), arrivedOn);
+    byMac_.emplace(mac, std::move(controller));
+    return true;
+}
+
+std::vector<Controller> DiscoveryResults::sorted() const {
+    std::vector<Controller> controllers;
+    controllers.reserve(byMac_.size());
+    for (const auto& entry : byMac_) {
+        controllers.push_back(entry.second);
+    }
+    return controllers;
+}
+
+}  // namespace lcf

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "protocol/Replies.hpp"
+
+namespace lcf {
+
+// A local IPv4 interface the tool probes on.
+struct NetworkInterface {
+    std::string name;
+    std::uint32_t address = 0;  // network byte order
+    std::uint32_t netmask = 0;  // network byte order
+    unsigned index = 0;
+};
+
+// One controller as discovery saw it: its STATUS reply and where it answered.
+struct Controller {
+    lcfd::Reply status;
+    std::string interfaceName;
+    // Its address is missing or outside the subnet of the interface it answered on: only a
+    // broadcast tool like this one reaches it.
+    bool outsideSubnet = false;
+
+    std::string field(const std::string& key) const;
+};
+
+// Whether `ipText` is missing, not an address, or outside `networkInterface`'s subnet.
+bool isOutsideSubnet(const std::string& ipText, const NetworkInterface& networkInterface);
+
+// Collects STATUS replies of one probe: only those carrying its seqid, one per MAC address
+// (the first answer wins), handed out sorted by MAC.
+class DiscoveryResults {
+  public:
+    explicit DiscoveryResults(std::string seqid) : seqid_(std::move(seqid)) {}
+
+    // Returns true when the reply was new and taken.
+    bool add(const lcfd::Reply& reply, const NetworkInterface& arrivedOn);
+    std::vector<Controller> sorted() const;
+    std::size_t size() const { return byMac_.size(); }
+
+  private:
+    std::string seqid_;
+    std::map<std::string, Controller> byMac_;
+};
+
+}  // namespace lcf

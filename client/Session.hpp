@@ -1,0 +1,33 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/Controllers.hpp"
+
+namespace lcf {
+
+struct ProbeOptions {
+    std::vector<std::string> interfaces;  // empty: every up IPv4 broadcast interface
+    double timeoutSeconds = 2.0;
+    int rounds = 1;
+};
+
+// A fresh sequence identifier for one exchange.
+std::string newSeqid();
+
+// Broadcasts QUERY on every probed interface and collects the STATUS replies for the whole
+// window, sending the probe `rounds` times spread over its first half.
+std::vector<Controller> discover(const ProbeOptions& options);
+
+// Asks one controller for its status; nothing when it did not answer in time.
+std::optional<Controller> queryOne(const ProbeOptions& options, const std::string& mac);
+
+enum class AckOutcome { Accepted, Refused, NoAnswer };
+
+// Sends an ASSIGN or CLEAR text and waits for the addressed controller's ACK.
+AckOutcome requestAndWaitForAck(const ProbeOptions& options, const std::string& mac,
+                                const std::string& seqid, const std::string& request);
+
+}  // namespace lcf

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/Controllers.hpp"
+
+namespace lcf {
+
+// The interfaces a probe goes out on: up, IPv4, able to broadcast, not loopback. With names
+// given, only those (an unknown name is an error).
+std::vector<NetworkInterface> probeInterfaces(const std::vector<std::string>& names);
+
+struct Datagram {
+    std::string text;
+    unsigned interfaceIndex = 0;  // where it came in
+};
+
+// Replies are broadcast to the service port, so the tool listens on it like the controllers
+// do; requests leave on one socket per interface, bound to its device.
+class ToolSocket {
+  public:
+    ToolSocket();  // throws std::runtime_error with a text for the user
+    ~ToolSocket();
+    ToolSocket(const ToolSocket&) = delete;
+    ToolSocket& operator=(const ToolSocket&) = delete;
+
+    void broadcastOn(const NetworkInterface& networkInterface, const std::string& text);
+    // The next datagram, or nothing once `deadline` has passed.
+    std::optional<Datagram> receive(std::chrono::steady_clock::time_point deadline);
+
+  private:
+    int receiveFd_ = -1;
+    std::map<std::string, int> sendFds_;
+};
+
+}  // namespace lcf

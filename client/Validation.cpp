@@ -1,0 +1,78 @@
+#include "client/Validation.hpp"
+
+#include <cctype>
+#include <ctime>
+
+#include "device/DeviceCommands.hpp"
+#include "protocol/MessageFormat.hpp"
+#include "settings/Settings.hpp"
+
+namespace lcf {
+
+bool isMacAddress(const std::string& text) {
+    constexpr std::size_t kLength = 17;  // "00:1A:2B:3C:4D:5E"
+    if (text.size() != kLength) {
+        return false;
+    }
+    for (std::size_t i = 0; i < kLength; ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const bool separatorPosition = i % 3 == 2;
+        if (separatorPosition ? c != ':' : std::isxdigit(c) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+const std::vector<std::string>& assignableKeys() {
+    namespace key = lcfd::key;
+    static const std::vector<std::string> keys = {
+        key::kIp,    key::kNetmask,  key::kGateway,    key::kIpScheme,
+        key::kNtpIp, key::kSyslogIp, key::kNameserver, key::kUtcClock,
+    };
+    return keys;
+}
+
+std::optional<std::string> checkAssignment(const std::string& argument,
+                                           std::pair<std::string, std::string>& assignment) {
+    std::string fieldKey;
+    std::string value;
+    if (!lcfd::splitAt(argument, lcfd::kKeyValueSeparator, fieldKey, value)) {
+        return "expected key=value, got '" + argument + "'";
+    }
+    bool known = false;
+    for (const std::string& candidate : assignableKeys()) {
+        known = known || candidate == fieldKey;
+    }
+    if (!known) {
+        std::string list;
+        for (const std::string& candidate : assignableKeys()) {
+            list += (list.empty() ? "" : ", ") + candidate;
+        }
+        return "unknown key '" + fieldKey + "' (assignable: " + list + ")";
+    }
+    if (fieldKey == lcfd::key::kIpScheme) {
+        if (value != lcfd::kSchemeStatic && value != lcfd::kSchemeDhcp) {
+            return "ipscheme must be STATIC or DHCP, got '" + value + "'";
+        }
+    } else if (fieldKey == lcfd::key::kUtcClock) {
+        if (lcfd::checkClockValue(value) != lcfd::ClockValueCheck::Valid) {
+            return "utcclock must be 14 digits YYYYMMDDhhmmss, got '" + value + "'";
+        }
+    } else if (!lcfd::isValidIpv4(value)) {
+        return "invalid IPv4 address for " + fieldKey + ": '" + value + "'";
+    }
+    assignment = {fieldKey, value};
+    return std::nullopt;
+}
+
+std::string hostUtcClock() {
+    const std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char buffer[32];
+    const std::size_t length = std::strftime(buffer, sizeof buffer, "%Y%m%d%H%M%S", &utc);
+    return std::string(buffer, length);
+}
+
+}  // namespace lcf

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace lcf {
+
+// Six two-digit hexadecimal groups separated by ":"; either case.
+bool isMacAddress(const std::string& text);
+
+// The keys an ASSIGN can carry, in the order they are sent.
+const std::vector<std::string>& assignableKeys();
+
+// Takes "key=value" apart and checks it the way the controller will take it: addresses must
+// be IPv4 addresses (the controller drops bad ones silently), ipscheme STATIC or DHCP, the
+// clock fourteen digits. Returns the error text for the user, or nothing when it is good.
+std::optional<std::string> checkAssignment(const std::string& argument,
+                                           std::pair<std::string, std::string>& assignment);
+
+// The host's UTC clock as fourteen digits, YYYYMMDDhhmmss.
+std::string hostUtcClock();
+
+}  // namespace lcf

@@ -1,0 +1,68 @@
+#include <gtest/gtest.h>
+
+#include "client/Validation.hpp"
+
+namespace {
+
+using Assignment = std::pair<std::string, std::string>;
+
+std::string problemWith(const std::string& argument) {
+    Assignment assignment;
+    return lcf::checkAssignment(argument, assignment).value_or("");
+}
+
+TEST(MacAddressArgument, AcceptsSixHexadecimalPairsInEitherCase) {
+    EXPECT_TRUE(lcf::isMacAddress("00:1A:2B:3C:4D:5E"));
+    EXPECT_TRUE(lcf::isMacAddress("00:1a:2b:3c:4d:5e"));
+}
+
+TEST(MacAddressArgument, RefusesEverythingElse) {
+    for (const char* text :
+         {"", "00:1A:2B:3C:4D", "00:1A:2B:3C:4D:5E:", "0:1:2:3:4:5", "00-1A-2B-3C-4D-5E",
+          "00:1A:2B:3C:4D:5G", "001A2B3C4D5E00000", "00:1A:2B:3C:4D:5E#"}) {
+        EXPECT_FALSE(lcf::isMacAddress(text)) << text;
+    }
+}
+
+TEST(AssignmentArgument, TakesEveryAssignableKeyWithAGoodValue) {
+    const std::vector<std::pair<std::string, Assignment>> good = {
+        {"ip=10.0.0.5", {"ip", "10.0.0.5"}},
+        {"netmask=255.255.255.0", {"netmask", "255.255.255.0"}},
+        {"gateway=10.0.0.1", {"gateway", "10.0.0.1"}},
+        {"ipscheme=STATIC", {"ipscheme", "STATIC"}},
+        {"ipscheme=DHCP", {"ipscheme", "DHCP"}},
+        {"ntpip=10.0.0.9", {"ntpip", "10.0.0.9"}},
+        {"syslogip=10.0.0.7", {"syslogip", "10.0.0.7"}},
+        {"nameserver=10.0.0.53", {"nameserver", "10.0.0.53"}},
+        {"utcclock=20231115123045", {"utcclock", "20231115123045"}},
+    };
+    for (const auto& [argument, expected] : good) {
+        Assignment assignment;
+        EXPECT_EQ(lcf::checkAssignment(argument, assignment), std::nullopt) << argument;
+        EXPECT_EQ(assignment, expected);
+    }
+}
+
+TEST(AssignmentArgument, ExplainsWhatIsWrong) {
+    EXPECT_EQ(problemWith("ip"), "expected key=value, got 'ip'");
+    EXPECT_EQ(problemWith("hostname=box"),
+              "unknown key 'hostname' (assignable: ip, netmask, gateway, ipscheme, ntpip, "
+              "syslogip, nameserver, utcclock)");
+    EXPECT_EQ(problemWith("ip=300.1.1.1"), "invalid IPv4 address for ip: '300.1.1.1'");
+    EXPECT_EQ(problemWith("gateway=10.0.0"), "invalid IPv4 address for gateway: '10.0.0'");
+    EXPECT_EQ(problemWith("ntpip=10.0.0.1;reboot"),
+              "invalid IPv4 address for ntpip: '10.0.0.1;reboot'");
+    EXPECT_EQ(problemWith("ipscheme=dhcp"), "ipscheme must be STATIC or DHCP, got 'dhcp'");
+    EXPECT_EQ(problemWith("utcclock=2023111512304"),
+              "utcclock must be 14 digits YYYYMMDDhhmmss, got '2023111512304'");
+    EXPECT_EQ(problemWith("utcclock=2023-11-15T123"),
+              "utcclock must be 14 digits YYYYMMDDhhmmss, got '2023-11-15T123'");
+}
+
+TEST(HostUtcClock, IsFourteenDigits) {
+    const std::string clock = lcf::hostUtcClock();
+    EXPECT_EQ(clock.size(), 14u);
+    EXPECT_EQ(clock.find_first_not_of("0123456789"), std::string::npos);
+}
+
+}  // namespace
