@@ -1,0 +1,39 @@
+// The command line: --version and the usage text, run directly.
+#include <gtest/gtest.h>
+
+#include "Harness.hpp"
+
+namespace e2e {
+namespace {
+
+ProcessResult runLcfd(const std::vector<std::string>& args) {
+    std::vector<std::string> argv = {lcfdBinary()};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return runProgram(argv, Seconds(10));
+}
+
+TEST(CommandLine, VersionPrintsTheVersionAndExitsZero) {
+    ProcessResult r = runLcfd({"--version"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "Version: 4.12\n");
+    EXPECT_EQ(r.err, "");
+}
+
+TEST(CommandLine, VersionIgnoresFurtherArguments) {
+    ProcessResult r = runLcfd({"--version", "extra", "--help"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "Version: 4.12\n");
+    EXPECT_EQ(r.err, "");
+}
+
+TEST(CommandLine, AnyOtherFirstArgumentPrintsUsageAndExitsZero) {
+    for (const char* arg : {"-v", "--Version", "", "--version ", "serve"}) {
+        ProcessResult r = runLcfd({arg, "--version"});
+        EXPECT_EQ(r.status, 0) << "argument '" << arg << "'";
+        EXPECT_EQ(r.out, "Usage: lcfd [--version]\n") << "argument '" << arg << "'";
+        EXPECT_EQ(r.err, "") << "argument '" << arg << "'";
+    }
+}
+
+}  // namespace
+}  // namespace e2e

@@ -1,0 +1,151 @@
+// QUERY: every addressed daemon reads its device again and answers STATUS.
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "Harness.hpp"
+
+namespace e2e {
+namespace {
+
+// Replies by sender address, until one came from each of `count` senders.
+std::map<std::string, std::string> repliesBySender(const ToolSocket& tool, std::size_t count,
+                                                   const std::string& prefix) {
+    std::map<std::string, std::string> replies;
+    auto deadline = Clock::now() + std::chrono::seconds(15);
+    while (replies.size() < count && Clock::now() < deadline) {
+        auto d = tool.receive(Seconds(deadline - Clock::now()));
+        if (!d) {
+            break;
+        }
+        if (d->data.rfind(prefix, 0) == 0) {
+            replies[d->sender] = d->data;
+        }
+    }
+    return replies;
+}
+
+std::string common(int k, const std::string& hostname) {
+    return "LCF2#STATUS#seqid=5#mac=" + controllerMac(k) + "#ip=" + controllerAddress(k) +
+           "#netmask=255.255.0.0#gateway=198.18.255.1#hostname=" + hostname +
+           "#ipscheme=STATIC#ntpip=198.18.255.10#controller=CTRL-00" + std::to_string(k) +
+           "#housenames=Hall A,Hall B#syslogip=198.18.255.20";
+}
+
+TEST(Query, EachPlatformReportsItsDeviceValues) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "imx", "qmt", "generic", "unknown"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    std::string before = utcNow();
+    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=5"));
+    auto replies = repliesBySender(tool, 5, "LCF2#STATUS#seqid=5#");
+    std::string after = utcNow();
+    ASSERT_EQ(replies.size(), 5u);
+
+    const std::map<int, std::string> expected = {
+        {1, common(1, "arm9-001") +
+                "#nameserver=198.18.255.20#ntpsync=yes#sdusage=31%#utcclock=<clock>#displaytime="},
+        {2, common(2, "imx-002") +
+                "#nameserver=198.18.255.53#ntpsync=yes#sdusage=32%#sdkversion=4.2.2"
+                "#mac1=02:4C:43:00:00:02#mac2=02:4C:43:01:00:02#uptime=3605.21 7011.40"
+                "#loadavg=0.08 0.03 0.01 1/87 1234#utcclock=<clock>#displaytime=20231114221320"},
+        {3, common(3, "qmt-003") +
+                "#nameserver=198.18.255.20#ntpsync=yes#sdusage=n/a#utcclock=<clock>#displaytime="},
+        {4, common(4, "generic-004") +
+                "#nameserver=198.18.255.20#ntpsync=yes#sdusage=34%#utcclock=<clock>#displaytime="},
+        {5, common(5, "unknown-005") +
+                "#nameserver=198.18.255.20#ntpsync=yes#sdusage=35%#utcclock=<clock>#displaytime="},
+    };
+    for (const auto& [k, text] : expected) {
+        std::string clock;
+        EXPECT_EQ(maskClock(replies[controllerAddress(k)], &clock), text) << "controller " << k;
+        EXPECT_EQ(clock.size(), 14u);
+        EXPECT_LE(before, clock);
+        EXPECT_LE(clock, after);
+    }
+}
+
+TEST(Query, IsAnsweredOnlyByTheAddressedDevice) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "qmt", "generic"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=7#mac=02:4c:43:00:00:02"));
+    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=7#mac=02:4C:43:00:00:02#x=1"));
+    // A discovery afterwards: once every daemon has answered it, each has
+    // handled the addressed requests before.
+    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=8"));
+    std::vector<std::string> seven;
+    std::size_t eights = 0;
+    auto deadline = Clock::now() + std::chrono::seconds(15);
+    while (eights < 3 && Clock::now() < deadline) {
+        auto d = tool.receive(Seconds(deadline - Clock::now()));
+        if (!d) {
+            break;
+        }
+        if (d->data.rfind("LCF2#STATUS#seqid=8#", 0) == 0) {
+            ++eights;
+        } else {
+            seven.push_back(d->sender + " " + d->data.substr(0, 42));
+        }
+    }
+    EXPECT_EQ(eights, 3u);
+    EXPECT_EQ(seven,
+              std::vector<std::string>{"198.18.0.2 LCF2#STATUS#seqid=7#mac=02:4C:43:00:00:02#"});
+    const std::string understood = "[198.18.255.254] Message understood... \n\n";
+    EXPECT_NE(sb.out(1).find("LCF2#QUERY#seqid=7#mac=02:4c:43:00:00:02\n" + understood),
+              std::string::npos);
+    EXPECT_NE(sb.out(3).find("LCF2#QUERY#seqid=7#mac=02:4C:43:00:00:02#x=1\n" + understood),
+              std::string::npos);
+}
+
+TEST(Query, ReadsTheDeviceAgainForEveryQuery) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"imx,iface=eth0"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    sb.clearShellLog(1);
+    sb.setValue(1, "hostname", "renamed");
+    writeFile(sb.dir(1) + "/run/controller", "Line One\nLine Two\n");
+    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=5"));
+    auto reply = tool.receive(Seconds(10));
+    ASSERT_TRUE(reply.has_value());
+    EXPECT_NE(reply->data.find("#hostname=renamed#"), std::string::npos) << reply->data;
+    EXPECT_NE(reply->data.find("#controller=Line One#"), std::string::npos) << reply->data;
+    std::vector<std::string> expected = readingCommands("imx", "eth0", "eth0");
+    expected.push_back("date -u +%Y%m%d%H%M%S");
+    EXPECT_EQ(sb.shellLog(1), expected);
+}
+
+TEST(Query, UnusableAnswersKeepTheLastValues) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    sb.setFault(1, "hostname", "error no host name");    // unusable: kept
+    sb.setFault(1, "tarnsetup.gettimeserver", "empty");  // usable and empty: emptied
+    sb.setFault(1, "route", "garbage");                  // not an address: kept
+    sb.setFault(1, "tarnsetup.getsyslogserver", "big");  // first 510 bytes taken
+    sb.setFault(1, "ntpdc", "missing");                  // nothing printed: not synchronised
+    sb.setFault(1, "df", "exit 3");                      // nothing printed: n/a
+    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=5"));
+    auto reply = tool.receive(Seconds(10));
+    ASSERT_TRUE(reply.has_value());
+    const std::string x510(510, 'x');
+    std::string clock;
+    EXPECT_EQ(maskClock(reply->data, &clock),
+              "LCF2#STATUS#seqid=5#mac=02:4C:43:00:00:01#ip=198.18.0.1#netmask=255.255.0.0"
+              "#gateway=198.18.255.1#hostname=arm9-001#ipscheme=STATIC#controller=CTRL-001"
+              "#housenames=Hall A,Hall B#syslogip=" +
+                  x510 + "#nameserver=" + x510 +
+                  "#ntpsync=no#sdusage=n/a#utcclock=<clock>#displaytime=");
+    EXPECT_EQ(sb.err(1), "sh: 1: ntpdc: not found\n");
+}
+
+}  // namespace
+}  // namespace e2e
