@@ -1,13 +1,57 @@
 #!/usr/bin/env bash
-# The main job: builds lcfd and shows it running. (For now: builds it and prints its version.)
+# The main job: lcfd on a simulated segment of controllers, found and configured with lcf.
+# Builds lcfd and lcf, starts six controllers of mixed platforms (each an lcfd in its own
+# network and mount namespace), discovers them, moves one to a new address, discovers again,
+# and tears everything down. Run as root on Debian.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
 lcfd_install_missing "${LCFD_BUILD_PACKAGES[@]}"
 
 build_dir=${LCFD_BUILD_DIR:-build}
-echo "== building lcfd"
+sandbox=demo
+sandbox_tool=tools/lcfd-sandbox
+
+step() { printf '\n== %s\n' "$*"; }
+show() { printf '$ %s\n' "$*"; "$@"; }
+
+step "building lcfd and lcf"
 cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build_dir" -j"$(nproc)" --target lcfd
-echo "== $build_dir/src/main/lcfd --version"
-"$build_dir/src/main/lcfd" --version
+cmake --build "$build_dir" -j"$(nproc)" --target lcfd lcf
+lcfd_binary=$build_dir/src/main/lcfd
+lcf_binary=$(realpath "$build_dir/client/lcf")
+"$lcfd_binary" --version
+
+trap '"$sandbox_tool" -n "$sandbox" down >/dev/null 2>&1 || true' EXIT
+"$sandbox_tool" -n "$sandbox" down >/dev/null 2>&1 || true
+
+step "starting a segment of six controllers: arm9, imx, qmt, a generic board, arm9, imx"
+show "$sandbox_tool" -n "$sandbox" up --lcfd "$lcfd_binary" --count 6 \
+    --platforms arm9,imx,qmt,generic
+"$sandbox_tool" -n "$sandbox" status
+
+in_tool() { show "$sandbox_tool" -n "$sandbox" exec -- "$@"; }
+
+step "discovering every controller from the tool host"
+in_tool "$lcf_binary" discover
+
+target=$("$sandbox_tool" -n "$sandbox" exec -- "$lcf_binary" discover --json |
+    python3 -c 'import json,sys; print([c["mac"] for c in json.load(sys.stdin) if c["hostname"].startswith("qmt")][0])')
+step "reading every setting of the qmt controller $target"
+in_tool "$lcf_binary" query "$target"
+
+step "moving $target to 198.19.0.50 (outside the tool's subnet) with a new gateway and the host's clock"
+in_tool "$lcf_binary" assign "$target" ip=198.19.0.50 netmask=255.255.0.0 gateway=198.19.0.1 --now
+
+step "discovering again: the controller reports its new address, flagged as outside the subnet"
+# It settles for five seconds after an accepted change before it answers again.
+in_tool "$lcf_binary" discover --timeout 7
+
+step "the commands the controller ran for that change"
+target_id=$("$sandbox_tool" -n "$sandbox" status | awk -v mac="$target" 'tolower($0) ~ tolower(mac) { print $1; exit }')
+"$sandbox_tool" -n "$sandbox" logs "$target_id" shell | grep -a -e 'tarnsetup set' -e 'date -u -s' || true
+
+step "tearing the segment down"
+show "$sandbox_tool" -n "$sandbox" down
+trap - EXIT
+echo "done: nothing left running"
