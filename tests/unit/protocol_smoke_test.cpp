@@ -1,7 +1,0 @@
-#include <gtest/gtest.h>
-
-#include "protocol/MessageFormat.hpp"
-
-TEST(ProtocolSmoke, HeaderOfTheDaemonsOwnVersionIsAccepted) {
-    EXPECT_TRUE(lcfd::checkHeader("LCF2"));
-}
