@@ -196,5 +196,100 @@ TEST(Configure, AssignedClockUsesEachPlatformsDateSyntax) {
     }
 }
 
+TEST(Configure, AssignedServersAndSchemeUseEachPlatformsVerbs) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "imx,iface=eth0", "qmt", "generic"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    sb.setFault(4, "tarnsetup.setsyslogserver", "exit 2");
+    const std::string servers =
+        "#ntpip=198.18.255.11#syslogip=198.18.255.21#nameserver=198.18.255.54";
+    for (int k = 1; k <= 4; ++k) {
+        sb.clearShellLog(k);
+        std::string extra = k == 2 ? "#ipscheme=DHCP" : "";
+        ASSERT_TRUE(tool.send("LCF2#ASSIGN#seqid=6#mac=" + controllerMac(k) + servers + extra));
+    }
+    auto acks = collect(tool, 4, "LCF2#ACK#seqid=6#", Seconds(10));
+    ASSERT_EQ(acks.size(), 4u);
+    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=7"));
+    auto status = collect(tool, 4, "LCF2#STATUS#seqid=7#", Seconds(20));
+    ASSERT_EQ(status.size(), 4u);
+
+    const std::vector<std::string> platforms = {"arm9", "imx", "qmt", "generic"};
+    const std::vector<std::vector<std::string>> writes = {
+        {"tarnsetup settimeserver 198.18.255.11", "tarnsetup setsyslogserver 198.18.255.21",
+         "tarnsetup setnameserver 198.18.255.54",
+         "tarnsetup setip 198.18.0.1 255.255.0.0 198.18.255.1 "},
+        {"tarnsetup settimeserver 198.18.255.11", "tarnsetup setsyslogserver 198.18.255.21",
+         "tarnsetup setnameserver 198.18.255.54", "tarnsetup setdhcp eth0"},
+        {"tarnsetup timeserver 198.18.255.11", "tarnsetup setsyslogserver 198.18.255.21",
+         "tarnsetup setnameserver 198.18.255.54",
+         "tarnsetup setip 198.18.0.3 255.255.0.0 198.18.255.1 "},
+        {"tarnsetup timeserver 198.18.255.11", "tarnsetup setsyslogserver 198.18.255.21",
+         "tarnsetup setnameserver 198.18.255.54",
+         "tarnsetup setip 198.18.0.4 255.255.0.0 198.18.255.1 "},
+    };
+    for (int k = 1; k <= 4; ++k) {
+        const auto index = static_cast<std::size_t>(k - 1);
+        std::string iface = k == 2 ? "eth0" : "br0";
+        EXPECT_EQ(acks[controllerAddress(k)], ack("6", k, "yes"));
+        std::vector<std::string> expected = readingCommands(platforms[index], iface, iface);
+        expected.insert(expected.end(), writes[index].begin(), writes[index].end());
+        auto again = readingCommands(platforms[index], iface, iface);
+        expected.insert(expected.end(), again.begin(), again.end());
+        expected.push_back("date -u +%Y%m%d%H%M%S");
+        EXPECT_EQ(sb.shellLog(k), expected) << platforms[index];
+    }
+    // Outside imx boards the name server reported is the syslog server's answer.
+    EXPECT_NE(status[controllerAddress(1)].find(
+                  "#ntpip=198.18.255.11#controller=CTRL-001#housenames=Hall A,Hall B"
+                  "#syslogip=198.18.255.21#nameserver=198.18.255.21#"),
+              std::string::npos)
+        << status[controllerAddress(1)];
+    EXPECT_NE(status[controllerAddress(2)].find(
+                  "#ipscheme=DHCP#ntpip=198.18.255.11#controller=CTRL-002"
+                  "#housenames=Hall A,Hall B#syslogip=198.18.255.21#nameserver=198.18.255.54#"),
+              std::string::npos)
+        << status[controllerAddress(2)];
+    EXPECT_NE(status[controllerAddress(3)].find(
+                  "#ntpip=198.18.255.11#controller=CTRL-003#housenames=Hall A,Hall B"
+                  "#syslogip=198.18.255.21#nameserver=198.18.255.21#"),
+              std::string::npos)
+        << status[controllerAddress(3)];
+    // The failed syslog command is reported, and the steps after it still ran.
+    EXPECT_NE(status[controllerAddress(4)].find(
+                  "#ntpip=198.18.255.11#controller=CTRL-004#housenames=Hall A,Hall B"
+                  "#syslogip=198.18.255.20#nameserver=198.18.255.20#"),
+              std::string::npos)
+        << status[controllerAddress(4)];
+    EXPECT_EQ(sb.err(4), "lcfd:Error setting syslog IP\n");
+    EXPECT_NE(sb.out(4).find("lcfd:tarnsetup setsyslogserver 198.18.255.21\n"
+                             "lcfd:Finished writing syslog IP settings\n"
+                             "lcfd:tarnsetup setnameserver 198.18.255.54\n"
+                             "lcfd:Finished writing nameserver settings\n"
+                             "lcfd:Writing network settings\n"),
+              std::string::npos)
+        << sb.out(4);
+    for (int k = 1; k <= 3; ++k) {
+        EXPECT_EQ(sb.err(k), "") << platforms[static_cast<std::size_t>(k - 1)];
+    }
+}
+
+TEST(Configure, AssignWithABadSchemeIsRefusedAndChangesNothing) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    sb.clearShellLog(1);
+    ASSERT_TRUE(tool.send("LCF2#ASSIGN#seqid=9#mac=02:4C:43:00:00:01#ip=198.18.0.7#ipscheme=dhcp"));
+    auto reply = tool.receive(Seconds(10));
+    ASSERT_TRUE(reply.has_value());
+    EXPECT_EQ(reply->data, ack("9", 1, "no"));
+    EXPECT_TRUE(sb.waitOut(1, "Message not understood... \n\n", Seconds(5)));
+    EXPECT_EQ(sb.shellLog(1), readingCommands("arm9", "br0", "br0"));
+}
+
 }  // namespace
 }  // namespace e2e

@@ -96,5 +96,26 @@ TEST(ReplyPath, FailedPlainBroadcastFallsBackToTheRawFrame) {
     EXPECT_EQ(sb.err(1), "Broadcast failed: 101\nTrying to send as raw package\n");
 }
 
+TEST(ReplyPath, RawFrameLongerThanTheLimitIsDiscarded) {
+    E2E_REQUIRE_ROOT();
+    // The same device values on both boards, so both replies have one length.
+    Sandbox sb({"arm9", "arm9,iface=eth0"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    for (int k = 1; k <= 2; ++k) {
+        sb.setFault(k, "tarnsetup.getsyslogserver", "big");  // 510 bytes, twice in a reply
+        sb.setFault(k, "hostname", "big");
+    }
+    ASSERT_TRUE(tool.send(kQuery));
+    auto reply = tool.receive(Seconds(10));
+    ASSERT_TRUE(reply.has_value());
+    EXPECT_EQ(reply->sender, controllerAddress(1));
+    ASSERT_GT(reply->data.size(), 1471u);
+    EXPECT_TRUE(sb.waitErr(2, "\n", Seconds(10)));
+    EXPECT_EQ(sb.err(2),
+              "Discarding oversize message: " + std::to_string(reply->data.size()) + "\n");
+}
+
 }  // namespace
 }  // namespace e2e
