@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -27,6 +28,19 @@ int redirectTo(int fd, const std::string& path) {
 void restore(int fd, int saved) {
     dup2(saved, fd);
     close(saved);
+}
+
+// The text as one single-quoted shell word.
+std::string shellQuoted(const std::string& text) {
+    std::string quoted = "'";
+    for (const char c : text) {
+        if (c == '\'') {
+            quoted += "'\\''";
+        } else {
+            quoted += c;
+        }
+    }
+    return quoted + "'";
 }
 
 }  // namespace
@@ -82,6 +96,94 @@ ScopedPathPrefix::ScopedPathPrefix(const std::string& directory) {
 
 ScopedPathPrefix::~ScopedPathPrefix() {
     setenv("PATH", previous_.c_str(), 1);
+}
+
+std::string captureInterleavedOutput(const std::function<void()>& action) {
+    TempDir dir;
+    const std::string path = dir.path() + "/out";
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const int savedOut = redirectTo(1, path);
+    const int savedErr = dup(2);
+    if (savedErr < 0) {
+        throw std::runtime_error("cannot redirect a stream for capture");
+    }
+    dup2(1, 2);
+    action();
+    std::fflush(stdout);
+    std::fflush(stderr);
+    restore(1, savedOut);
+    restore(2, savedErr);
+    return readFile(path);
+}
+
+ScopedEnvironmentVariable::ScopedEnvironmentVariable(const std::string& name,
+                                                     const std::string& value)
+    : name_(name) {
+    if (const char* current = std::getenv(name.c_str())) {
+        hadValue_ = true;
+        previous_ = current;
+    }
+    setenv(name.c_str(), value.c_str(), 1);
+    tzset();
+}
+
+ScopedEnvironmentVariable::~ScopedEnvironmentVariable() {
+    if (hadValue_) {
+        setenv(name_.c_str(), previous_.c_str(), 1);
+    } else {
+        unsetenv(name_.c_str());
+    }
+    tzset();
+}
+
+StandInTools::StandInTools() : dir_(), path_(dir_.path()) {}
+
+void StandInTools::addTool(const std::string& name,
+                           const std::map<std::string, ToolAnswer>& answers,
+                           const ToolAnswer& fallback) {
+    std::string script =
+        "#!/bin/sh\n"
+        "args=\n"
+        "for arg in \"$@\"; do\n"
+        "  case \"$arg\" in\n"
+        "    ''|*' '*) args=\"$args '$arg'\" ;;\n"
+        "    *) args=\"$args $arg\" ;;\n"
+        "  esac\n"
+        "done\n"
+        "printf '%s\\n' " +
+        shellQuoted(name) + "\"$args\" >> " + shellQuoted(dir_.path() + "/calls.log") +
+        "\n"
+        "case \"${args# }\" in\n";
+    for (const auto& [arguments, answer] : answers) {
+        script += "  " + shellQuoted(arguments) + ") printf '%s' " + shellQuoted(answer.output) +
+                  "; exit " + std::to_string(answer.status) + " ;;\n";
+    }
+    script +=
+        "esac\n"
+        "printf '%s' " +
+        shellQuoted(fallback.output) + "\nexit " + std::to_string(fallback.status) + "\n";
+    dir_.writeFile(name, script, true);
+}
+
+std::vector<std::string> StandInTools::calls() const {
+    return splitLines(readFile(dir_.path() + "/calls.log"));
+}
+
+void StandInTools::clearCalls() const {
+    dir_.writeFile("calls.log", "");
+}
+
+bool StandInTools::shadows(const std::string& name) const {
+    const std::string command = "command -v " + shellQuoted(name);
+    std::FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return false;
+    }
+    char line[4096] = {};
+    const bool answered = std::fgets(line, sizeof line, pipe) != nullptr;
+    pclose(pipe);
+    return answered && std::string(line) == dir_.path() + "/" + name + "\n";
 }
 
 std::string readFile(const std::string& path) {
