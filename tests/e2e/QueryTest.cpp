@@ -147,5 +147,22 @@ TEST(Query, UnusableAnswersKeepTheLastValues) {
     EXPECT_EQ(sb.err(1), "sh: 1: ntpdc: not found\n");
 }
 
+TEST(Query, DisplayTimeIsShownInTheDaemonsTimeZone) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"imx,tz=Europe/Berlin", "imx"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    sb.setFault(2, "Get", "print abc");
+    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=5"));
+    auto replies = repliesBySender(tool, 2, "LCF2#STATUS#seqid=5#");
+    ASSERT_EQ(replies.size(), 2u);
+    // 1700000000 seconds is 2023-11-14 22:13:20 UTC, 23:13:20 in Berlin.
+    const std::string berlin = replies[controllerAddress(1)];
+    EXPECT_EQ(berlin.substr(berlin.size() - 27), "#displaytime=20231114231320");
+    const std::string unreadable = replies[controllerAddress(2)];
+    EXPECT_EQ(unreadable.substr(unreadable.size() - 13), "#displaytime=");
+}
+
 }  // namespace
 }  // namespace e2e

@@ -117,5 +117,51 @@ TEST(ReplyPath, RawFrameLongerThanTheLimitIsDiscarded) {
               "Discarding oversize message: " + std::to_string(reply->data.size()) + "\n");
 }
 
+TEST(ReplyPath, RawSocketBindsByTheFirstFourCharacters) {
+    E2E_REQUIRE_ROOT();
+    // The device is wlan0; the raw socket asks for "wlan", which does not exist.
+    Sandbox sb({"arm9,iface=wlan0"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    ASSERT_TRUE(tool.send(kQuery));
+    EXPECT_TRUE(sb.waitErr(1, "\n", Seconds(10)));
+    EXPECT_EQ(sb.err(1), "Error binding to wlan0 interface: 19\n");
+}
+
+TEST(ReplyPath, CarriageReturnInTheInterfaceFileOnlyReachesTheDeviceQueries) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9"}, false);
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    writeFile(sb.dir(1) + "/home/etc/tarnsetup.d/lcfd_interface", "br0\r\n");
+    ASSERT_EQ(sb.start(1).status, 0);
+    ASSERT_TRUE(sb.waitOut(1, "Listening", Seconds(10)));
+    ToolSocket tool(sb);
+    FrameCapture capture(sb);
+    ASSERT_TRUE(tool.ok());
+    ASSERT_TRUE(capture.ok());
+    ASSERT_TRUE(tool.send(kQuery));
+    // The transport got the cleaned name br0: a plain broadcast.
+    auto frame = capture.next(Seconds(10));
+    ASSERT_TRUE(frame.has_value());
+    EXPECT_NE(frame->udpChecksum(), 0);
+    // The device queries carry the carriage return; the simulated tool knows
+    // no such interface, and the netmask lookup finds none either.
+    std::string clock;
+    EXPECT_EQ(maskClock(frame->payload(), &clock),
+              "LCF2#STATUS#seqid=5#mac=02:4C:43:00:00:01#gateway=198.18.255.1#hostname=arm9-001"
+              "#ipscheme=STATIC#ntpip=198.18.255.10#controller=CTRL-001#housenames=Hall A,Hall B"
+              "#syslogip=198.18.255.20#nameserver=198.18.255.20#ntpsync=yes#sdusage=31%"
+              "#utcclock=<clock>#displaytime=");
+    const std::string startLines =
+        "lcfd:Detected controller type: 2\nLCFD using interface: br0\r\n"
+        "lcfd:Finished reading network settings\nLCFD using interface: br0\r\n";
+    EXPECT_EQ(sb.out(1).substr(0, startLines.size()), startLines);
+    auto log = sb.shellLog(1);
+    ASSERT_GE(log.size(), 4u);
+    EXPECT_EQ(log[3], "tarnsetup getipaddr br0\r");
+    EXPECT_EQ(sb.err(1), "");
+}
+
 }  // namespace
 }  // namespace e2e
