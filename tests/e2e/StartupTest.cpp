@@ -99,5 +99,29 @@ TEST(Startup, ExitsWithStatusOneWhenThePortIsTaken) {
               "lcfd:Detected controller type: 2\nlcfd:Finished reading network settings\n");
 }
 
+TEST(Startup, ClosedStandardInputIsTakenByTheSyslogConnection) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9,stdin=closed", "arm9,stdin=closed,nosyslog"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    // With syslog reachable, the first log line connects it on descriptor 0
+    // and the service socket gets another one.
+    EXPECT_EQ(sb.out(1), startupOut(2));
+    EXPECT_EQ(sb.err(1), "");
+    EXPECT_EQ(
+        readFile("/proc/" +
+                 readFile(sb.dir(1) + "/pid").substr(0, readFile(sb.dir(1) + "/pid").find('\n')) +
+                 "/comm"),
+        "lcfd\n");
+    // Without it, descriptor 0 is free when the service socket is made, and
+    // the number reads as no socket.  The error number is the one left by
+    // the failed syslog connection (no such file).
+    std::optional<int> status = sb.waitExit(2, Seconds(10));
+    ASSERT_TRUE(status.has_value());
+    EXPECT_EQ(*status, 1);
+    EXPECT_EQ(sb.err(2), "Error creating socket: 2\n");
+    EXPECT_EQ(sb.out(2),
+              "lcfd:Detected controller type: 2\nlcfd:Finished reading network settings\n");
+}
+
 }  // namespace
 }  // namespace e2e
