@@ -52,6 +52,22 @@ std::string& addressField(const std::string& key, Message& message) {
 
 }  // namespace
 
+std::string composeMessageStart(const char* command, const std::string& seqid) {
+    std::string text = kProtocolTag;
+    text += std::to_string(kProtocolVersion);
+    text += kFieldSeparator;
+    text += command;
+    appendField(text, key::kSeqid, seqid);
+    return text;
+}
+
+void appendField(std::string& text, const std::string& fieldKey, const std::string& value) {
+    text += kFieldSeparator;
+    text += fieldKey;
+    text += kKeyValueSeparator;
+    text += value;
+}
+
 bool splitAt(const std::string& text, char separator, std::string& head, std::string& rest) {
     head.clear();
     rest.clear();

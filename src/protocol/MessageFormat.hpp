@@ -49,6 +49,11 @@ constexpr const char* kAccept = "accept";
 constexpr const char* kSchemeStatic = "STATIC";
 constexpr const char* kSchemeDhcp = "DHCP";
 
+// "LCF2#" + command + "#seqid=" + seqid: how every request and reply text begins.
+std::string composeMessageStart(const char* command, const std::string& seqid);
+// Appends "#" + key + "=" + value.
+void appendField(std::string& text, const std::string& fieldKey, const std::string& value);
+
 // The one splitting rule of the protocol: head before the first `separator`, rest after it.
 // Without the separator the head is the whole text. Returns whether it occurred.
 bool splitAt(const std::string& text, char separator, std::string& head, std::string& rest);

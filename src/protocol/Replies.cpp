@@ -6,26 +6,9 @@ namespace lcfd {
 namespace {
 
 std::string replyStart(const char* command, const std::string& seqid, const std::string& mac) {
-    std::string reply = kProtocolTag;
-    reply += std::to_string(kProtocolVersion);
-    reply += kFieldSeparator;
-    reply += command;
-    reply += kFieldSeparator;
-    reply += key::kSeqid;
-    reply += kKeyValueSeparator;
-    reply += seqid;
-    reply += kFieldSeparator;
-    reply += key::kMac;
-    reply += kKeyValueSeparator;
-    reply += mac;
+    std::string reply = composeMessageStart(command, seqid);
+    appendField(reply, key::kMac, mac);
     return reply;
-}
-
-void appendField(std::string& reply, const char* fieldKey, const std::string& value) {
-    reply += kFieldSeparator;
-    reply += fieldKey;
-    reply += kKeyValueSeparator;
-    reply += value;
 }
 
 }  // namespace

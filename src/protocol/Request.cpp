@@ -62,51 +62,28 @@ Request parseRequest(const std::string& text, Message& message) {
     return request;
 }
 
-namespace {
-
-std::string requestStart(const char* command, const std::string& seqid) {
-    std::string text = kProtocolTag;
-    text += std::to_string(kProtocolVersion);
-    text += kFieldSeparator;
-    text += command;
-    text += kFieldSeparator;
-    text += key::kSeqid;
-    text += kKeyValueSeparator;
-    text += seqid;
-    return text;
-}
-
-void appendKeyValue(std::string& text, const std::string& fieldKey, const std::string& value) {
-    text += kFieldSeparator;
-    text += fieldKey;
-    text += kKeyValueSeparator;
-    text += value;
-}
-
-}  // namespace
-
 std::string composeQuery(const std::string& seqid, const std::string& mac) {
-    std::string text = requestStart(word::kQuery, seqid);
+    std::string text = composeMessageStart(word::kQuery, seqid);
     if (!mac.empty()) {
-        appendKeyValue(text, key::kMac, mac);
+        appendField(text, key::kMac, mac);
     }
     return text;
 }
 
 std::string composeAssign(const std::string& seqid, const std::string& mac,
                           const std::vector<std::pair<std::string, std::string>>& assignments) {
-    std::string text = requestStart(word::kAssign, seqid);
-    appendKeyValue(text, key::kMac, mac);
+    std::string text = composeMessageStart(word::kAssign, seqid);
+    appendField(text, key::kMac, mac);
     for (const auto& [fieldKey, value] : assignments) {
-        appendKeyValue(text, fieldKey, value);
+        appendField(text, fieldKey, value);
     }
     return text;
 }
 
 std::string composeClear(const std::string& seqid, const std::string& mac,
                          const std::string& serverKey) {
-    std::string text = requestStart(word::kClear, seqid);
-    appendKeyValue(text, key::kMac, mac);
+    std::string text = composeMessageStart(word::kClear, seqid);
+    appendField(text, key::kMac, mac);
     text += kFieldSeparator;
     text += serverKey;
     return text;
