@@ -16,4 +16,4 @@ lcfd_install_missing() {
 }
 
 # What building and testing lcfd needs.
-LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev libcli11-dev iproute2 python3 procps)
+LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev libcli11-dev iproute2 python3 procps libbenchmark-dev)
