@@ -1,0 +1,191 @@
+// Following one controller through a whole session: what its daemon is
+// expected to print on each stream, send to syslog and run through the shell,
+// built up request by request, and compared at the end byte for byte.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Harness.hpp"
+
+namespace e2e {
+
+inline const std::string kListening =
+    "LAN Config Facility 4.12 : Listening for broadcast packets\n";
+
+// The number a daemon logs for the platform it detected.
+inline int platformNumber(const std::string& platform) {
+    if (platform == "generic") {
+        return 1;
+    }
+    if (platform == "arm9") {
+        return 2;
+    }
+    if (platform == "imx") {
+        return 3;
+    }
+    if (platform == "qmt") {
+        return 4;
+    }
+    return 0;  // a board whose SDK query fails
+}
+
+// Standard output without the replies of daemons (other controllers' and the
+// daemon's own): they come back as broadcasts in no fixed order against the
+// tool's requests.  Each is one echoed line followed by its trace.
+inline std::string withoutDaemonReplies(const std::string& out) {
+    const std::string tool = std::string("[") + kToolAddress + "]";
+    std::string kept;
+    std::size_t at = 0;
+    std::size_t lastLineStart = 0;  // in `kept`
+    while (at < out.size()) {
+        std::size_t end = out.find('\n', at);
+        std::string line =
+            out.substr(at, end == std::string::npos ? std::string::npos : end - at + 1);
+        at += line.size();
+        bool trace = line.rfind("[", 0) == 0 &&
+                     (line.find("] Message understood... \n") != std::string::npos ||
+                      line.find("] Message not understood... \n") != std::string::npos);
+        if (trace && line.rfind(tool, 0) != 0 && out.compare(at, 1, "\n") == 0) {
+            kept.erase(lastLineStart);  // the echoed reply
+            at += 1;                    // the empty line closing the trace
+            lastLineStart = kept.size();
+            continue;
+        }
+        lastLineStart = kept.size();
+        kept += line;
+    }
+    return kept;
+}
+
+// Everything one controller is expected to have shown, in order.
+class Session {
+  public:
+    // `interfaceFile`: the name the interface file gives (printed as read), or
+    // empty when there is no file; `interface`: the name the daemon then uses.
+    explicit Session(std::string platform, std::string interfaceFile = "",
+                     std::string interface = "br0")
+        : platform_(std::move(platform)),
+          interfaceFile_(std::move(interfaceFile)),
+          interface_(std::move(interface)),
+          hasFile_(!interfaceFile_.empty() || interface_ != "br0") {}
+
+    // Marks that the interface file exists even though it names nothing.
+    void fileIsPresent() { hasFile_ = true; }
+
+    const std::string& platform() const { return platform_; }
+
+    std::string out;
+    std::string err;
+    std::vector<std::string> syslog;
+    std::vector<std::string> shell;
+
+    void info(const std::string& message) {
+        out += "lcfd:" + message + "\n";
+        syslog.push_back("<30>" + message);
+    }
+    void error(const std::string& message) {
+        err += "lcfd:" + message + "\n";
+        syslog.push_back("<27>" + message);
+    }
+    void warning(const std::string& message) {
+        err += "lcfd:" + message + "\n";
+        syslog.push_back("<28>" + message);
+    }
+    void ran(const std::string& commandLine) { shell.push_back(commandLine); }
+    // A command run through `system` that is logged before it runs.
+    void ranLogged(const std::string& commandLine) {
+        info(commandLine);
+        ran(commandLine);
+    }
+
+    // Start-up: the first reading (the interface file is first read in its
+    // middle), the interface once more for the transport, the banner.
+    void startup() {
+        reading("br0");
+        announce();
+        out += kListening;
+    }
+    // One reading of the device.
+    void reading() { reading(interface_); }
+
+    // A datagram from the tool: its echo, then (between echo and trace) what
+    // handling it does, then the trace.
+    void echo(const std::string& datagram) { out += datagram + "\n"; }
+    void trace(bool understood) {
+        out += std::string("[") + kToolAddress + "] Message " +
+               (understood ? "understood" : "not understood") + "... \n\n";
+    }
+    // A request that this controller only echoes and traces.
+    void passes(const std::string& datagram, bool understood = true) {
+        echo(datagram);
+        trace(understood);
+    }
+
+  private:
+    void announce() {
+        if (hasFile_) {
+            out += "LCFD using interface: " + interfaceFile_ + "\n";
+        }
+    }
+    void reading(const std::string& before) {
+        info("Detected controller type: " + std::to_string(platformNumber(platform_)));
+        announce();
+        info("Finished reading network settings");
+        auto commands = readingCommands(platform_, before, interface_);
+        shell.insert(shell.end(), commands.begin(), commands.end());
+    }
+
+    std::string platform_;
+    std::string interfaceFile_;
+    std::string interface_;
+    bool hasFile_;
+};
+
+// Waits until controller k's streams, syslog records and shell log are what
+// the session says (or the deadline passed), then compares each exactly.
+inline void expectSession(const Sandbox& sb, int k, const Session& s,
+                          Seconds timeout = Seconds(20)) {
+    auto same = [&] {
+        return withoutDaemonReplies(sb.out(k)) == s.out && sb.err(k) == s.err &&
+               syslogRecords(sb.syslog(k)) == s.syslog && sb.shellLog(k) == s.shell;
+    };
+    waitUntil(same, timeout);
+    const std::string who = "controller " + std::to_string(k) + " (" + s.platform() + ")";
+    EXPECT_EQ(withoutDaemonReplies(sb.out(k)), s.out) << who << ": standard output";
+    EXPECT_EQ(sb.err(k), s.err) << who << ": standard error";
+    EXPECT_EQ(syslogRecords(sb.syslog(k)), s.syslog) << who << ": syslog";
+    EXPECT_EQ(sb.shellLog(k), s.shell) << who << ": shell log";
+}
+
+// Replies that begin with `prefix`, until `count` of them arrived or the
+// timeout passed.
+inline std::vector<Datagram> repliesWith(const ToolSocket& tool, const std::string& prefix,
+                                         std::size_t count, Seconds timeout) {
+    std::vector<Datagram> got;
+    auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(timeout);
+    while (got.size() < count) {
+        auto left = Seconds(deadline - Clock::now());
+        if (left.count() <= 0) {
+            break;
+        }
+        auto d = tool.receive(left);
+        if (!d) {
+            break;
+        }
+        if (d->data.rfind(prefix, 0) == 0) {
+            got.push_back(*d);
+        }
+    }
+    return got;
+}
+
+inline std::string ackText(const std::string& seqid, int k, bool accepted) {
+    return "LCF2#ACK#seqid=" + seqid + "#mac=" + controllerMac(k) +
+           "#accept=" + (accepted ? "yes" : "no");
+}
+
+}  // namespace e2e
