@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -181,6 +183,49 @@ inline std::vector<Datagram> repliesWith(const ToolSocket& tool, const std::stri
         }
     }
     return got;
+}
+
+// The STATUS reply of controller k as the sandbox makes it, the live clock
+// shown as "<clock>" (see maskClock).  `changes` replaces values by key; an
+// empty value leaves an optional field out.
+inline std::string statusReply(const std::string& seqid, int k, const std::string& platform,
+                               const std::map<std::string, std::string>& changes = {}) {
+    char number[8];
+    std::snprintf(number, sizeof number, "%03d", k);
+    const bool imx = platform == "imx";
+    std::string secondMac = controllerMac(k);
+    secondMac[10] = '1';  // 02:4C:43:01:HH:LL
+    const std::vector<std::pair<std::string, std::string>> fields = {
+        {"ip", controllerAddress(k)},
+        {"netmask", "255.255.0.0"},
+        {"gateway", "198.18.255.1"},
+        {"hostname", platform + "-" + number},
+        {"ipscheme", "STATIC"},
+        {"ntpip", "198.18.255.10"},
+        {"controller", std::string("CTRL-") + number},
+        {"housenames", "Hall A,Hall B"},
+        {"syslogip", "198.18.255.20"},
+        {"nameserver", imx ? "198.18.255.53" : "198.18.255.20"},
+        {"ntpsync", "yes"},
+        {"sdusage", platform == "qmt" ? "n/a" : std::to_string(30 + k % 60) + "%"},
+        {"sdkversion", imx ? "4.2." + std::to_string(k % 10) : ""},
+        {"mac1", imx ? controllerMac(k) : ""},
+        {"mac2", imx ? secondMac : ""},
+        {"uptime", imx ? "3605.21 7011.40" : ""},
+        {"loadavg", imx ? "0.08 0.03 0.01 1/87 1234" : ""},
+    };
+    std::string text = "LCF2#STATUS#seqid=" + seqid + "#mac=" + controllerMac(k);
+    for (const auto& [key, standard] : fields) {
+        auto changed = changes.find(key);
+        const std::string& value = changed == changes.end() ? standard : changed->second;
+        if (!value.empty()) {
+            text += "#" + key + "=" + value;
+        }
+    }
+    auto shown = changes.find("displaytime");
+    text += "#utcclock=<clock>#displaytime=";
+    text += shown != changes.end() ? shown->second : (imx ? "20231114221320" : "");
+    return text;
 }
 
 inline std::string ackText(const std::string& seqid, int k, bool accepted) {
