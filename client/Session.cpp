@@ -67,13 +67,16 @@ std::vector<Controller> discover(const ProbeOptions& options) {
     const Clock::time_point end = after(options.timeoutSeconds);
     const int rounds = options.rounds < 1 ? 1 : options.rounds;
     const double spacing = options.timeoutSeconds / 2.0 / rounds;
-    for (int round = 0; round < rounds; ++round) {
+    const auto complete = [&] {
+        return options.expected > 0 && results.size() >= options.expected;
+    };
+    for (int round = 0; round < rounds && !complete(); ++round) {
         broadcastOnAll(socket, probed, probe);
         const Clock::time_point nextProbe = round + 1 < rounds ? after(spacing) : end;
         collect(socket, probed, nextProbe < end ? nextProbe : end,
                 [&](const lcfd::Reply& reply, const NetworkInterface& arrivedOn) {
                     results.add(reply, arrivedOn);
-                    return false;  // keep listening for the whole window
+                    return complete();  // otherwise keep listening for the whole window
                 });
     }
     return results.sorted();

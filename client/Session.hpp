@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,13 +13,17 @@ struct ProbeOptions {
     std::vector<std::string> interfaces;  // empty: every up IPv4 broadcast interface
     double timeoutSeconds = 2.0;
     int rounds = 1;
+    // Discovery only: stop listening as soon as this many controllers answered (0: listen for
+    // the whole window).
+    std::size_t expected = 0;
 };
 
 // A fresh sequence identifier for one exchange.
 std::string newSeqid();
 
 // Broadcasts QUERY on every probed interface and collects the STATUS replies for the whole
-// window, sending the probe `rounds` times spread over its first half.
+// window, sending the probe `rounds` times spread over its first half. With `expected` set it
+// returns as soon as that many controllers answered.
 std::vector<Controller> discover(const ProbeOptions& options);
 
 // Asks one controller for its status; nothing when it did not answer in time.

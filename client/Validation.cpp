@@ -66,6 +66,35 @@ std::optional<std::string> checkAssignment(const std::string& argument,
     return std::nullopt;
 }
 
+std::optional<std::string> splitUncheckedAssignment(
+    const std::string& argument, std::pair<std::string, std::string>& assignment) {
+    std::string fieldKey;
+    std::string value;
+    if (!lcfd::splitAt(argument, lcfd::kKeyValueSeparator, fieldKey, value)) {
+        return "expected key=value, got '" + argument + "'";
+    }
+    if (argument.find(lcfd::kFieldSeparator) != std::string::npos) {
+        return "'#' separates the fields of a request and cannot be sent, got '" + argument + "'";
+    }
+    assignment = {fieldKey, value};
+    return std::nullopt;
+}
+
+std::optional<std::string> checkServerKey(const std::string& serverKey) {
+    if (serverKey == lcfd::key::kNtpIp || serverKey == lcfd::key::kSyslogIp ||
+        serverKey == lcfd::key::kNameserver) {
+        return std::nullopt;
+    }
+    return "unknown server '" + serverKey + "' (ntpip, syslogip or nameserver)";
+}
+
+std::optional<std::string> checkUncheckedServerKey(const std::string& serverKey) {
+    if (serverKey.find(lcfd::kFieldSeparator) != std::string::npos) {
+        return "'#' separates the fields of a request and cannot be sent, got '" + serverKey + "'";
+    }
+    return std::nullopt;
+}
+
 std::string hostUtcClock() {
     const std::time_t now = std::time(nullptr);
     std::tm utc{};

@@ -2,7 +2,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
+#include <string>
 
 #include "client/Rendering.hpp"
 #include "client/Session.hpp"
@@ -20,10 +22,57 @@ constexpr int kExitUsage = 2;
 // earlier ASSIGN; the tool stops waiting as soon as the answer is there.
 constexpr double kAnswerTimeoutSeconds = 8.0;
 constexpr double kDiscoveryWindowSeconds = 2.0;
+// An hour: anything longer is a typing error, and it keeps the deadline arithmetic in range.
+constexpr double kLongestTimeoutSeconds = 3600.0;
+constexpr const char* kCommands[] = {"discover", "query", "assign", "clear"};
 
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+// A number of seconds above 0 and at most an hour.
+const CLI::Validator& timeoutSeconds() {
+    static const CLI::Validator validator(
+        [](std::string& text) -> std::string {
+            double seconds = 0.0;
+            std::size_t used = 0;
+            try {
+                seconds = std::stod(text, &used);
+            } catch (const std::exception&) {
+                used = 0;
+            }
+            if (used != text.size() || text.empty() || !(seconds > 0.0) ||
+                seconds > kLongestTimeoutSeconds) {
+                return "expected seconds above 0 and at most 3600, got '" + text + "'";
+            }
+            return std::string();
+        },
+        "SECONDS");
+    return validator;
+}
+
+// "lcf: " and CLI11's explanation, so that every complaint of the tool reads alike.
+std::string usageFailure(const CLI::App*, const CLI::Error& error) {
+    return std::string("lcf: ") + error.what() +
+           "\nRun 'lcf --help' or 'lcf COMMAND --help' for more information.\n";
+}
+
+// The first argument names the command; CLI11 would only say that one is required.
+// Nothing, when it does or is an option such as --help.
+std::optional<std::string> commandProblem(int argc, char** argv) {
+    if (argc < 2) {
+        return std::string("a command is required (discover, query, assign or clear)");
+    }
+    if (argv[1][0] == '-') {
+        return std::nullopt;
+    }
+    for (const char* command : kCommands) {
+        if (std::string(argv[1]) == command) {
+            return std::nullopt;
+        }
+    }
+    return "unknown command '" + std::string(argv[1]) + "' (discover, query, assign or clear)";
+}
 
 void addProbeOptions(CLI::App& command, lcf::ProbeOptions& options, double defaultTimeout) {
     options.timeoutSeconds = defaultTimeout;
@@ -31,7 +80,7 @@ void addProbeOptions(CLI::App& command, lcf::ProbeOptions& options, double defau
                        "Probe only on this interface (repeatable); default: every up IPv4 "
                        "interface with broadcast");
     command.add_option("-t,--timeout", options.timeoutSeconds, "Seconds to wait for answers")
-        ->check(CLI::PositiveNumber)
+        ->check(timeoutSeconds())
         ->capture_default_str();
 }
 
@@ -61,10 +110,15 @@ int reportAck(lcf::AckOutcome outcome, const std::string& mac, double timeoutSec
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (const auto problem = commandProblem(argc, argv)) {
+        std::fprintf(stderr, "lcf: %s\nRun 'lcf --help' for more information.\n", problem->c_str());
+        return kExitUsage;
+    }
     CLI::App app{
         "lcf: find lcfd controllers on the local segment, read and change their "
         "network settings"};
     app.require_subcommand(1);
+    app.failure_message(usageFailure);
 
     lcf::ProbeOptions discoverOptions;
     bool discoverJson = false;
@@ -77,6 +131,12 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(1, 100))
         ->capture_default_str();
     discover->add_flag("--json", discoverJson, "Print one JSON array");
+    int expectedControllers = 0;
+    discover
+        ->add_option("-e,--expect", expectedControllers,
+                     "Stop as soon as this many controllers answered; fewer within the timeout "
+                     "is a failure")
+        ->check(CLI::Range(1, 1000000));
 
     lcf::ProbeOptions queryOptions;
     bool queryJson = false;
@@ -98,6 +158,10 @@ int main(int argc, char** argv) {
     assign->add_option("MAC", assignMac, "The controller's MAC address")->required();
     assign->add_option("key=value", assignments, "Settings to change");
     assign->add_flag("--now", useHostClock, "Set utcclock from this host's UTC clock");
+    bool assignUnchecked = false;
+    assign->add_flag("--unchecked", assignUnchecked,
+                     "Send key=value as given, any key and value, and let the controller judge "
+                     "(it answers accept=no to what it cannot take)");
 
     lcf::ProbeOptions clearOptions;
     std::string clearMac;
@@ -105,9 +169,11 @@ int main(int argc, char** argv) {
     CLI::App* clear = app.add_subcommand("clear", "Make a controller forget one server");
     addProbeOptions(*clear, clearOptions, kAnswerTimeoutSeconds);
     clear->add_option("MAC", clearMac, "The controller's MAC address")->required();
-    clear->add_option("SERVER", clearKey, "ntpip, syslogip or nameserver")
-        ->required()
-        ->check(CLI::IsMember({lcfd::key::kNtpIp, lcfd::key::kSyslogIp, lcfd::key::kNameserver}));
+    clear->add_option("SERVER", clearKey, "ntpip, syslogip or nameserver")->required();
+    bool clearUnchecked = false;
+    clear->add_flag("--unchecked", clearUnchecked,
+                    "Send SERVER as given and let the controller judge (it answers accept=no to "
+                    "what it cannot take)");
 
     try {
         app.parse(argc, argv);
@@ -118,9 +184,17 @@ int main(int argc, char** argv) {
 
     try {
         if (discover->parsed()) {
+            discoverOptions.expected = static_cast<std::size_t>(expectedControllers);
             const auto controllers = lcf::discover(discoverOptions);
             std::cout << (discoverJson ? lcf::renderJson(controllers)
                                        : lcf::renderTable(controllers));
+            std::cout.flush();
+            if (controllers.size() < discoverOptions.expected) {
+                std::fprintf(stderr, "lcf: %zu of %zu expected controllers answered within %g s\n",
+                             controllers.size(), discoverOptions.expected,
+                             discoverOptions.timeoutSeconds);
+                return kExitNoAnswerOrRefused;
+            }
             return controllers.empty() ? kExitNoAnswerOrRefused : kExitSuccess;
         }
         if (query->parsed()) {
@@ -140,7 +214,9 @@ int main(int argc, char** argv) {
             std::vector<std::pair<std::string, std::string>> fields;
             for (const std::string& argument : assignments) {
                 std::pair<std::string, std::string> field;
-                if (const auto problem = lcf::checkAssignment(argument, field)) {
+                if (const auto problem = assignUnchecked
+                                             ? lcf::splitUncheckedAssignment(argument, field)
+                                             : lcf::checkAssignment(argument, field)) {
                     throw UsageError(*problem);
                 }
                 fields.push_back(field);
@@ -157,6 +233,10 @@ int main(int argc, char** argv) {
                              mac, assignOptions.timeoutSeconds);
         }
         const std::string mac = checkedMac(clearMac);
+        if (const auto problem = clearUnchecked ? lcf::checkUncheckedServerKey(clearKey)
+                                                : lcf::checkServerKey(clearKey)) {
+            throw UsageError(*problem);
+        }
         const std::string seqid = lcf::newSeqid();
         return reportAck(lcf::requestAndWaitForAck(clearOptions, mac, seqid,
                                                    lcfd::composeClear(seqid, mac, clearKey)),

@@ -59,6 +59,46 @@ TEST(AssignmentArgument, ExplainsWhatIsWrong) {
               "utcclock must be 14 digits YYYYMMDDhhmmss, got '2023-11-15T123'");
 }
 
+TEST(UncheckedAssignment, PassesAnyKeyAndValueOn) {
+    const std::vector<std::pair<std::string, Assignment>> sent = {
+        {"ipscheme=dhcp", {"ipscheme", "dhcp"}},
+        {"ip=", {"ip", ""}},
+        {"=5", {"", "5"}},
+        {"hostname=a=b", {"hostname", "a=b"}},
+        {"ntpip=10.0.0.1;reboot", {"ntpip", "10.0.0.1;reboot"}},
+    };
+    for (const auto& [argument, expected] : sent) {
+        Assignment assignment;
+        EXPECT_EQ(lcf::splitUncheckedAssignment(argument, assignment), std::nullopt) << argument;
+        EXPECT_EQ(assignment, expected);
+    }
+}
+
+TEST(UncheckedAssignment, RefusesWhatARequestCannotCarry) {
+    Assignment assignment{"untouched", "too"};
+    EXPECT_EQ(lcf::splitUncheckedAssignment("ip", assignment), "expected key=value, got 'ip'");
+    EXPECT_EQ(lcf::splitUncheckedAssignment("ip=1.2.3.4#ipscheme=DHCP", assignment),
+              "'#' separates the fields of a request and cannot be sent, got "
+              "'ip=1.2.3.4#ipscheme=DHCP'");
+    EXPECT_EQ(assignment, Assignment("untouched", "too"));
+}
+
+TEST(ServerKey, IsOneOfTheThreeServers) {
+    EXPECT_EQ(lcf::checkServerKey("ntpip"), std::nullopt);
+    EXPECT_EQ(lcf::checkServerKey("syslogip"), std::nullopt);
+    EXPECT_EQ(lcf::checkServerKey("nameserver"), std::nullopt);
+    EXPECT_EQ(lcf::checkServerKey("NTPIP"),
+              "unknown server 'NTPIP' (ntpip, syslogip or nameserver)");
+    EXPECT_EQ(lcf::checkServerKey(""), "unknown server '' (ntpip, syslogip or nameserver)");
+}
+
+TEST(ServerKey, UncheckedRefusesOnlyTheFieldSeparator) {
+    EXPECT_EQ(lcf::checkUncheckedServerKey("hostname"), std::nullopt);
+    EXPECT_EQ(lcf::checkUncheckedServerKey(""), std::nullopt);
+    EXPECT_EQ(lcf::checkUncheckedServerKey("ntpip#"),
+              "'#' separates the fields of a request and cannot be sent, got 'ntpip#'");
+}
+
 TEST(HostUtcClock, IsFourteenDigits) {
     const std::string clock = lcf::hostUtcClock();
     EXPECT_EQ(clock.size(), 14u);
