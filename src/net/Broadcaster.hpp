@@ -34,7 +34,8 @@ class Broadcaster {
 
   private:
     std::string interfaceName;
-    std::uint16_t port;
+    // The port the transport was opened on; the addresses below carry it, nothing reads it.
+    [[maybe_unused]] std::uint16_t port;
     std::string auxText;  // unused; kept empty
     IBroadcasterCallback* callback;
     int socketFd;  // 0 means "no socket"

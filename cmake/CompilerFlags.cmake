@@ -1,0 +1,84 @@
+# Compiler and linker flags of every target: warnings and hardening of release builds.
+# Included once from the top-level CMakeLists.txt, before any target.
+include(CheckCXXCompilerFlag)
+include(CheckCXXSourceCompiles)
+include(CheckLinkerFlag)
+include(CheckPIESupported)
+
+# Adds each flag that the compiler accepts (checked once, cached) to the list `out`.
+function(lcfd_supported_flags out)
+  set(accepted "")
+  foreach(flag IN LISTS ARGN)
+    string(MAKE_C_IDENTIFIER "LCFD_CXX_HAS${flag}" var)
+    check_cxx_compiler_flag("${flag}" ${var})
+    if(${var})
+      list(APPEND accepted "${flag}")
+    endif()
+  endforeach()
+  set(${out} "${accepted}" PARENT_SCOPE)
+endfunction()
+
+# --- Warnings ---------------------------------------------------------------------------------
+# Every target of the project, tests, tools, benchmarks and fuzzers included. Third-party
+# headers come in through imported targets, whose include directories are SYSTEM, so their
+# own warnings do not count.
+set(LCFD_WARNING_FLAGS -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+                       -Wnon-virtual-dtor -Wformat=2)
+# GCC only; clang does not know them.
+lcfd_supported_flags(gcc_warnings -Wduplicated-cond -Wlogical-op)
+list(APPEND LCFD_WARNING_FLAGS ${gcc_warnings})
+add_compile_options(${LCFD_WARNING_FLAGS})
+if(LCFD_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+# --- Hardening --------------------------------------------------------------------------------
+option(LCFD_HARDENING "Harden release builds (fortified libc calls, stack protection, full RELRO)"
+       ON)
+
+# Position-independent executables in every configuration.
+check_pie_supported(OUTPUT_VARIABLE pie_output LANGUAGES CXX)
+if(CMAKE_CXX_LINK_PIE_SUPPORTED)
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+else()
+  message(WARNING "PIE not supported by the toolchain: ${pie_output}")
+endif()
+
+if(LCFD_HARDENING)
+  set(release_config "$<OR:$<CONFIG:Release>,$<CONFIG:RelWithDebInfo>>")
+
+  lcfd_supported_flags(hardening_flags -fstack-protector-strong -fstack-clash-protection)
+  foreach(flag IN LISTS hardening_flags)
+    add_compile_options("$<${release_config}:${flag}>")
+  endforeach()
+
+  # Fortified libc calls need optimisation, and they get in the way of the sanitizers'
+  # interceptors, so not in a sanitizer or fuzzer build.
+  string(FIND "${CMAKE_CXX_FLAGS}" "-fsanitize" sanitize_in_flags)
+  if(NOT LCFD_BUILD_FUZZERS AND sanitize_in_flags EQUAL -1)
+    set(CMAKE_REQUIRED_FLAGS "-O2 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -Werror")
+    check_cxx_source_compiles("#include <cstring>
+      int main(int argc, char**) { char b[8]; std::memset(b, argc, sizeof b); return b[1]; }"
+      LCFD_CXX_HAS_FORTIFY_SOURCE)
+    unset(CMAKE_REQUIRED_FLAGS)
+    if(LCFD_CXX_HAS_FORTIFY_SOURCE)
+      add_compile_options("$<${release_config}:-U_FORTIFY_SOURCE>"
+                          "$<${release_config}:-D_FORTIFY_SOURCE=2>")
+    endif()
+  endif()
+
+  # Read-only relocations, resolved at start-up.
+  check_linker_flag(CXX "-Wl,-z,relro,-z,now" LCFD_LINKER_HAS_RELRO_NOW)
+  if(LCFD_LINKER_HAS_RELRO_NOW)
+    add_link_options("$<${release_config}:-Wl,-z,relro,-z,now>")
+  endif()
+
+  # A release build that got every piece is checked by a test (scripts/check-hardening.sh).
+  list(LENGTH hardening_flags hardening_flag_count)
+  if(CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo)$" AND hardening_flag_count EQUAL 2
+     AND LCFD_CXX_HAS_FORTIFY_SOURCE AND LCFD_LINKER_HAS_RELRO_NOW
+     AND CMAKE_CXX_LINK_PIE_SUPPORTED AND NOT LCFD_BUILD_FUZZERS
+     AND sanitize_in_flags EQUAL -1)
+    set(LCFD_HARDENED_RELEASE ON)
+  endif()
+endif()
