@@ -78,8 +78,8 @@ std::vector<NetworkInterface> probeInterfaces(const std::vector<std::string>& na
             present = present || known.name == name;
         }
         if (!present) {
-            throw std::runtime_error("interface " + name +
-                                     " is not up with an IPv4 broadcast address");
+            throw UnusableInterface("interface " + name +
+                                    " is not up with an IPv4 broadcast address");
         }
     }
     return found;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -10,8 +11,14 @@
 
 namespace lcf {
 
+// A name given with --interface that is not an up IPv4 interface with broadcast: the user's
+// mistake, found before anything is sent.
+struct UnusableInterface : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 // The interfaces a probe goes out on: up, IPv4, able to broadcast, not loopback. With names
-// given, only those (an unknown name is an error).
+// given, only those (an unusable name throws UnusableInterface).
 std::vector<NetworkInterface> probeInterfaces(const std::vector<std::string>& names);
 
 struct Datagram {

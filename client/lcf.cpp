@@ -8,6 +8,7 @@
 
 #include "client/Rendering.hpp"
 #include "client/Session.hpp"
+#include "client/Transport.hpp"
 #include "client/Validation.hpp"
 #include "protocol/MessageFormat.hpp"
 #include "protocol/Request.hpp"
@@ -119,6 +120,9 @@ int main(int argc, char** argv) {
         "network settings"};
     app.require_subcommand(1);
     app.failure_message(usageFailure);
+    app.footer(
+        "Exit status: 0 done; 1 no answer, accept=no or fewer controllers than expected; 2 a "
+        "usage error (nothing was sent).");
 
     lcf::ProbeOptions discoverOptions;
     bool discoverJson = false;
@@ -242,6 +246,9 @@ int main(int argc, char** argv) {
                                                    lcfd::composeClear(seqid, mac, clearKey)),
                          mac, clearOptions.timeoutSeconds);
     } catch (const UsageError& error) {
+        std::fprintf(stderr, "lcf: %s\n", error.what());
+        return kExitUsage;
+    } catch (const lcf::UnusableInterface& error) {
         std::fprintf(stderr, "lcf: %s\n", error.what());
         return kExitUsage;
     } catch (const std::exception& error) {
