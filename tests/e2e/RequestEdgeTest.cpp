@@ -1,0 +1,109 @@
+// Requests that are ignored, refused or only half work, seen from outside:
+// which replies go out, what each daemon traces and what its device runs.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "Harness.hpp"
+#include "Session.hpp"
+
+namespace e2e {
+namespace {
+
+TEST(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "qmt"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    Session arm9("arm9");
+    Session qmt("qmt");
+    arm9.startup();
+    qmt.startup();
+    auto both = [&](const std::string& request, bool understood) {
+        ASSERT_TRUE(tool.send(request));
+        arm9.passes(request, understood);
+        qmt.passes(request, understood);
+    };
+
+    // Ignored by every device that knows its MAC address.
+    both("LCF2#ASSIGN#seqid=9#mac=", true);
+    // Replies of daemons: understood, nothing done.
+    both("LCF2#ACK#seqid=1#mac=02:4C:43:00:00:01#accept=yes", true);
+    both("LCF2#STATUS", true);
+    // An unknown command: not understood, unanswered.
+    both("LCF2#REBOOT#seqid=1", false);
+
+    // Only the three server keys can be cleared: read again, then refused.
+    const std::string clearHostname = "LCF2#CLEAR#seqid=3#mac=02:4C:43:00:00:01#hostname";
+    ASSERT_TRUE(tool.send(clearHostname));
+    arm9.echo(clearHostname);
+    arm9.reading();
+    arm9.trace(false);
+    qmt.passes(clearHostname);
+
+    // Clearing the time server of a qmt board twice: the second time the
+    // file is gone and rm fails (on standard error, which the daemon passes
+    // through), and the service is restarted all the same; its failure does
+    // not change the answer either.
+    const std::string firstClear = "LCF2#CLEAR#seqid=4#mac=02:4C:43:00:00:02#ntpip";
+    ASSERT_TRUE(tool.send(firstClear));
+    arm9.passes(firstClear);
+    qmt.echo(firstClear);
+    qmt.ran("rm /etc/systemd/timesyncd.conf");
+    qmt.ran("systemctl restart systemd-timesyncd.service");
+    qmt.trace(true);
+    auto first = tool.receive(Seconds(10));
+    ASSERT_TRUE(first.has_value());
+    std::vector<std::string> replies = {first->data};
+
+    sb.setFault(2, "systemctl.restart", "error unit failed");
+    const std::string secondClear = "LCF2#CLEAR#seqid=5#mac=02:4C:43:00:00:02#ntpip";
+    ASSERT_TRUE(tool.send(secondClear));
+    arm9.passes(secondClear);
+    qmt.echo(secondClear);
+    qmt.ran("rm /etc/systemd/timesyncd.conf");
+    qmt.err += "rm: cannot remove '/etc/systemd/timesyncd.conf': No such file or directory\n";
+    qmt.ran("systemctl restart systemd-timesyncd.service");
+    qmt.trace(true);
+
+    // Once both daemons answered a discovery, they have handled everything
+    // before it: the replies up to here are all there will be.
+    const std::string query = "LCF2#QUERY#seqid=6";
+    ASSERT_TRUE(tool.send(query));
+    for (Session* s : {&arm9, &qmt}) {
+        s->echo(query);
+        s->reading();
+        s->ran("date -u +%Y%m%d%H%M%S");
+        s->trace(true);
+    }
+    std::size_t statuses = 0;
+    auto deadline = Clock::now() + std::chrono::seconds(15);
+    while (statuses < 2 && Clock::now() < deadline) {
+        auto d = tool.receive(Seconds(deadline - Clock::now()));
+        if (!d) {
+            break;
+        }
+        std::string clock;
+        replies.push_back(maskClock(d->data, &clock));
+        if (d->data.rfind("LCF2#STATUS#seqid=6#", 0) == 0) {
+            ++statuses;
+        }
+    }
+    std::sort(replies.begin(), replies.end());
+    std::vector<std::string> expected = {
+        ackText("3", 1, false),
+        ackText("4", 2, true),
+        ackText("5", 2, true),
+        statusReply("6", 1, "arm9"),
+        // The time server is gone from the device.
+        statusReply("6", 2, "qmt", {{"ntpip", ""}}),
+    };
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(replies, expected);
+    expectSession(sb, 1, arm9);
+    expectSession(sb, 2, qmt);
+}
+
+}  // namespace
+}  // namespace e2e
