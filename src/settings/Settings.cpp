@@ -46,7 +46,10 @@ std::string upperCased(const std::string& text) {
 
 bool isValidIpv4(const std::string& text) {
     in_addr address{};
-    return inet_pton(AF_INET, text.c_str(), &address) == 1;
+    // inet_pton reads only up to the first zero byte; whatever stood after one would be
+    // stored with the address.
+    return text.find('\0') == std::string::npos &&
+           inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
 Settings::Settings()

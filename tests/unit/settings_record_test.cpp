@@ -131,6 +131,8 @@ TEST(IsValidIpv4, RejectsEverythingElse) {
     EXPECT_FALSE(isValidIpv4("256.0.0.1"));
     EXPECT_FALSE(isValidIpv4("10.0.0.300"));
     EXPECT_FALSE(isValidIpv4("192.168.1.20\n"));
+    EXPECT_FALSE(isValidIpv4(std::string("192.168.1.20\0;reboot", 20)));
+    EXPECT_FALSE(isValidIpv4(std::string("11.11.101.1\0", 12)));
     EXPECT_FALSE(isValidIpv4(" 192.168.1.20"));
     EXPECT_FALSE(isValidIpv4("192.168.1.20 "));
     EXPECT_FALSE(isValidIpv4("192.168..20"));
