@@ -1,0 +1,606 @@
+// lcf, the configuration tool, run on the tool side of a sandboxed segment against real lcfd
+// daemons on simulated controllers: what a user types and what the user sees.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "Harness.hpp"
+
+namespace e2e {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// What a discovery shows in place of a live clock read from the host's clock.
+constexpr const char* kLiveClock = "YYYYMMDDhhmmss";
+
+struct LcfRun {
+    ProcessResult result;
+    double seconds = 0.0;
+};
+
+std::string lcfBinary() {
+    return LCF_BINARY;
+}
+
+// Runs lcf with `args` in the tool's network namespace of the sandbox.
+LcfRun runLcf(const Sandbox& sb, const std::vector<std::string>& args,
+              Seconds timeout = Seconds(30)) {
+    std::vector<std::string> argv = {"/usr/bin/nsenter", "--net=/run/netns/" + sb.toolNetns(), "--",
+                                     lcfBinary()};
+    argv.insert(argv.end(), args.begin(), args.end());
+    LcfRun run;
+    const auto start = Clock::now();
+    run.result = runProgram(argv, timeout);
+    run.seconds = Seconds(Clock::now() - start).count();
+    return run;
+}
+
+// Runs the sandbox launcher itself, for what the harness does not wrap.
+ProcessResult sandboxTool(const Sandbox& sb, const std::vector<std::string>& args) {
+    std::vector<std::string> argv = {"/usr/bin/python3", sourceDir() + "/tools/lcfd-sandbox", "-n",
+                                     sb.name()};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return runProgram(argv, Seconds(30));
+}
+
+bool allDigits(const std::string& text) {
+    return text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// Replaces every fourteen-digit clock within [from, to] (YYYYMMDDhhmmss texts compare like
+// the times they show) by `mask`, which keeps table columns aligned. Clocks outside the range
+// stay and make an exact comparison fail.
+std::string maskClocks(const std::string& text, const std::string& from, const std::string& to,
+                       const std::string& mask = kLiveClock) {
+    std::string masked = text;
+    for (std::size_t at = 0; at + 14 <= masked.size(); ++at) {
+        const std::string candidate = masked.substr(at, 14);
+        const bool standsAlone =
+            (at == 0 || !std::isdigit(static_cast<unsigned char>(masked[at - 1]))) &&
+            (at + 14 == masked.size() ||
+             !std::isdigit(static_cast<unsigned char>(masked[at + 14])));
+        if (standsAlone && allDigits(candidate) && from <= candidate && candidate <= to) {
+            masked.replace(at, 14, mask);
+            at += 13;
+        }
+    }
+    return masked;
+}
+
+const std::vector<std::string> kMixed = {"arm9", "imx", "qmt", "generic", "unknown"};
+
+std::string hex2(int value) {
+    char text[3];
+    std::snprintf(text, sizeof text, "%02X", value & 0xFF);
+    return text;
+}
+
+std::string three(int k) {
+    char text[4];
+    std::snprintf(text, sizeof text, "%03d", k);
+    return text;
+}
+
+// What controller k of the sandbox's numbering reports, as lcf --json prints it, with the live
+// clock masked.
+Json expectedJson(int k, const std::string& platform, const std::string& interfaceName) {
+    Json c = Json::object();
+    c["mac"] = controllerMac(k);
+    c["ip"] = controllerAddress(k);
+    c["netmask"] = "255.255.0.0";
+    c["gateway"] = "198.18.255.1";
+    c["hostname"] = platform + "-" + three(k);
+    c["ipscheme"] = "STATIC";
+    c["ntpip"] = "198.18.255.10";
+    c["controller"] = "CTRL-" + three(k);
+    c["housenames"] = "Hall A,Hall B";
+    c["syslogip"] = "198.18.255.20";
+    // Only imx boards have a name server query; the others report their syslog server.
+    c["nameserver"] = platform == "imx" ? "198.18.255.53" : "198.18.255.20";
+    c["ntpsync"] = "yes";
+    c["sdusage"] = platform == "qmt" ? "n/a" : std::to_string(30 + k % 60) + "%";
+    if (platform == "imx") {
+        c["sdkversion"] = "4.2." + std::to_string(k % 10);
+        c["mac1"] = controllerMac(k);
+        c["mac2"] = "02:4C:43:01:" + hex2(k >> 8) + ":" + hex2(k);
+        c["uptime"] = "3605.21 7011.40";
+        c["loadavg"] = "0.08 0.03 0.01 1/87 1234";
+    }
+    c["utcclock"] = kLiveClock;
+    c["displaytime"] = platform == "imx" ? "20231114221320" : "";
+    c["interface"] = interfaceName;
+    c["outside_subnet"] = false;
+    return c;
+}
+
+// The objects of lcf's JSON array, each dumped on one line with its live clock masked.
+std::vector<std::string> maskedObjects(const std::string& output, const std::string& from,
+                                       const std::string& to) {
+    std::vector<std::string> objects;
+    const Json parsed = Json::parse(output, nullptr, false);
+    if (!parsed.is_array()) {
+        objects.push_back("<not a JSON array: " + output + ">");
+        return objects;
+    }
+    for (const Json& object : parsed) {
+        objects.push_back(maskClocks(object.dump(), from, to));
+    }
+    return objects;
+}
+
+std::vector<std::string> dumped(const std::vector<Json>& objects) {
+    std::vector<std::string> lines;
+    for (const Json& object : objects) {
+        lines.push_back(object.dump());
+    }
+    return lines;
+}
+
+// Whether daemon k has traced the request from the tool side that ends with `requestEnd` with
+// `verdict` ("understood" or "not understood"); the daemon's own log lines may stand between
+// the request it echoes and its trace line. Waits for it until `timeout`.
+bool traced(const Sandbox& sb, int k, const std::string& requestEnd, const std::string& verdict,
+            Seconds timeout) {
+    const std::string request = requestEnd + "\n";
+    const std::string trace =
+        std::string("\n[") + kToolAddress + "] Message " + verdict + "... \n\n";
+    return waitUntil(
+        [&] {
+            const std::string out = sb.out(k);
+            const std::size_t at = out.find(request);
+            return at != std::string::npos && out.find(trace, at) != std::string::npos;
+        },
+        timeout);
+}
+
+bool contains(const std::vector<std::string>& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+TEST(LcfTool, DiscoversTwentyMixedControllersEachOnceInTableAndJson) {
+    E2E_REQUIRE_ROOT();
+    std::vector<std::string> specs;
+    for (int k = 1; k <= 20; ++k) {
+        specs.push_back(kMixed[static_cast<std::size_t>(k - 1) % kMixed.size()]);
+    }
+    Sandbox sb(specs);
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+
+    // The plain command, with its default two-second window.
+    std::string before = utcNow();
+    const LcfRun table = runLcf(sb, {"discover"});
+    std::string after = utcNow();
+    EXPECT_EQ(table.result.status, 0);
+    EXPECT_EQ(table.result.err, "");
+    EXPECT_EQ(
+        maskClocks(table.result.out, before, after),
+        "MAC                IP           NETMASK      GATEWAY       SCHEME  HOSTNAME     CONTROLLER"
+        "  SDK    UTCCLOCK        INTERFACE  NOTE\n"
+        "02:4C:43:00:00:01  198.18.0.1   255.255.0.0  198.18.255.1  STATIC  arm9-001     CTRL-001 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:02  198.18.0.2   255.255.0.0  198.18.255.1  STATIC  imx-002      CTRL-002 "
+        "   4.2.2  YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:03  198.18.0.3   255.255.0.0  198.18.255.1  STATIC  qmt-003      CTRL-003 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:04  198.18.0.4   255.255.0.0  198.18.255.1  STATIC  generic-004  CTRL-004 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:05  198.18.0.5   255.255.0.0  198.18.255.1  STATIC  unknown-005  CTRL-005 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:06  198.18.0.6   255.255.0.0  198.18.255.1  STATIC  arm9-006     CTRL-006 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:07  198.18.0.7   255.255.0.0  198.18.255.1  STATIC  imx-007      CTRL-007 "
+        "   4.2.7  YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:08  198.18.0.8   255.255.0.0  198.18.255.1  STATIC  qmt-008      CTRL-008 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:09  198.18.0.9   255.255.0.0  198.18.255.1  STATIC  generic-009  CTRL-009 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:0A  198.18.0.10  255.255.0.0  198.18.255.1  STATIC  unknown-010  CTRL-010 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:0B  198.18.0.11  255.255.0.0  198.18.255.1  STATIC  arm9-011     CTRL-011 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:0C  198.18.0.12  255.255.0.0  198.18.255.1  STATIC  imx-012      CTRL-012 "
+        "   4.2.2  YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:0D  198.18.0.13  255.255.0.0  198.18.255.1  STATIC  qmt-013      CTRL-013 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:0E  198.18.0.14  255.255.0.0  198.18.255.1  STATIC  generic-014  CTRL-014 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:0F  198.18.0.15  255.255.0.0  198.18.255.1  STATIC  unknown-015  CTRL-015 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:10  198.18.0.16  255.255.0.0  198.18.255.1  STATIC  arm9-016     CTRL-016 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:11  198.18.0.17  255.255.0.0  198.18.255.1  STATIC  imx-017      CTRL-017 "
+        "   4.2.7  YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:12  198.18.0.18  255.255.0.0  198.18.255.1  STATIC  qmt-018      CTRL-018 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:13  198.18.0.19  255.255.0.0  198.18.255.1  STATIC  generic-019  CTRL-019 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "02:4C:43:00:00:14  198.18.0.20  255.255.0.0  198.18.255.1  STATIC  unknown-020  CTRL-020 "
+        "   -      YYYYMMDDhhmmss  lan0\n"
+        "20 controllers found\n");
+
+    // The same segment as JSON, stopping as soon as all twenty answered.
+    before = utcNow();
+    const LcfRun json = runLcf(sb, {"discover", "--json", "--expect", "20", "--timeout", "10"});
+    after = utcNow();
+    EXPECT_EQ(json.result.status, 0);
+    EXPECT_EQ(json.result.err, "");
+    EXPECT_LT(json.seconds, 8.0);
+    std::vector<Json> expected;
+    for (int k = 1; k <= 20; ++k) {
+        expected.push_back(expectedJson(k, specs[static_cast<std::size_t>(k - 1)], "lan0"));
+    }
+    EXPECT_EQ(maskedObjects(json.result.out, before, after), dumped(expected));
+}
+
+TEST(LcfTool, QueryShowsEveryFieldOfTheOneAddressedController) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "imx", "qmt"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    for (int k = 1; k <= 3; ++k) {
+        sb.clearShellLog(k);
+    }
+    const std::string before = utcNow();
+    const LcfRun details = runLcf(sb, {"query", "02:4c:43:00:00:02"});
+    std::string after = utcNow();
+    EXPECT_EQ(details.result.status, 0);
+    EXPECT_EQ(details.result.err, "");
+    EXPECT_EQ(maskClocks(details.result.out, before, after),
+              "mac:         02:4C:43:00:00:02\n"
+              "ip:          198.18.0.2\n"
+              "netmask:     255.255.0.0\n"
+              "gateway:     198.18.255.1\n"
+              "hostname:    imx-002\n"
+              "ipscheme:    STATIC\n"
+              "ntpip:       198.18.255.10\n"
+              "controller:  CTRL-002\n"
+              "housenames:  Hall A,Hall B\n"
+              "syslogip:    198.18.255.20\n"
+              "nameserver:  198.18.255.53\n"
+              "ntpsync:     yes\n"
+              "sdusage:     32%\n"
+              "sdkversion:  4.2.2\n"
+              "mac1:        02:4C:43:00:00:02\n"
+              "mac2:        02:4C:43:01:00:02\n"
+              "uptime:      3605.21 7011.40\n"
+              "loadavg:     0.08 0.03 0.01 1/87 1234\n"
+              "utcclock:    YYYYMMDDhhmmss\n"
+              "displaytime: 20231114221320\n"
+              "interface:   lan0\n");
+
+    // Only the addressed controller read its device; the others saw the request and let it be.
+    const std::string addressed = "#mac=02:4C:43:00:00:02";
+    EXPECT_TRUE(traced(sb, 1, addressed, "understood", Seconds(10))) << sb.out(1);
+    EXPECT_TRUE(traced(sb, 3, addressed, "understood", Seconds(10))) << sb.out(3);
+    EXPECT_EQ(sb.shellLog(1), std::vector<std::string>{});
+    EXPECT_EQ(sb.shellLog(3), std::vector<std::string>{});
+    std::vector<std::string> reading = readingCommands("imx", "br0", "br0");
+    reading.push_back("date -u +%Y%m%d%H%M%S");
+    EXPECT_EQ(sb.shellLog(2), reading);
+
+    // The same as JSON, for a controller of another platform.
+    const LcfRun json = runLcf(sb, {"query", "--json", "02:4C:43:00:00:03"});
+    after = utcNow();
+    EXPECT_EQ(json.result.status, 0);
+    EXPECT_EQ(json.result.err, "");
+    EXPECT_EQ(maskedObjects(json.result.out, before, after),
+              dumped({expectedJson(3, "qmt", "lan0")}));
+}
+
+TEST(LcfTool, AssignChangesTheControllerAndTheNextDiscoveryShowsIt) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "qmt"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    sb.clearShellLog(1);
+    sb.clearShellLog(2);
+
+    // Moved to another subnet, with a new gateway and time server.
+    const LcfRun moved =
+        runLcf(sb, {"assign", "02:4c:43:00:00:02", "ip=198.19.0.2", "netmask=255.255.0.0",
+                    "gateway=198.19.255.1", "ntpip=198.19.255.10"});
+    EXPECT_EQ(moved.result.status, 0);
+    EXPECT_EQ(moved.result.out, "02:4C:43:00:00:02 accept=yes\n");
+    EXPECT_EQ(moved.result.err, "");
+    // The clock of the other one set to a fixed time.
+    const LcfRun clocked = runLcf(sb, {"assign", "02:4C:43:00:00:01", "utcclock=20300102030405"});
+    EXPECT_EQ(clocked.result.status, 0);
+    EXPECT_EQ(clocked.result.out, "02:4C:43:00:00:01 accept=yes\n");
+    EXPECT_EQ(clocked.result.err, "");
+
+    // Each controller acknowledges first and then changes its device, then settles for five
+    // seconds before it reads the next request; a discovery waits that out.
+    const std::string before = utcNow();
+    const LcfRun again = runLcf(sb, {"discover", "--expect", "2", "--timeout", "10"});
+    const std::string after = utcNow();
+    EXPECT_EQ(again.result.status, 0);
+    EXPECT_EQ(again.result.err, "");
+    EXPECT_GT(again.seconds, 3.0);
+    EXPECT_EQ(maskClocks(maskClocks(again.result.out, before, after), "20300102030405",
+                         "20300102030435", "2030010203ssss"),
+              "MAC                IP          NETMASK      GATEWAY       SCHEME  HOSTNAME  "
+              "CONTROLLER  SDK  UTCCLOCK        INTERFACE  NOTE\n"
+              "02:4C:43:00:00:01  198.18.0.1  255.255.0.0  198.18.255.1  STATIC  arm9-001  "
+              "CTRL-001    -    2030010203ssss  lan0\n"
+              "02:4C:43:00:00:02  198.19.0.2  255.255.0.0  198.19.255.1  STATIC  qmt-002   "
+              "CTRL-002    -    YYYYMMDDhhmmss  lan0       outside subnet\n"
+              "2 controllers found, 1 outside the subnet of its interface\n");
+
+    // What the simulated devices hold now, and the commands that changed them.
+    EXPECT_EQ(readFile(sb.dir(2) + "/sim/ip"), "198.19.0.2\n");
+    EXPECT_EQ(readFile(sb.dir(2) + "/sim/gateway"), "198.19.255.1\n");
+    EXPECT_EQ(readFile(sb.dir(2) + "/etc.upper/systemd/timesyncd.conf"),
+              "[Time]\nNTP=198.19.255.10\n");
+    const std::vector<std::string> qmtLog = sb.shellLog(2);
+    EXPECT_TRUE(contains(qmtLog, "tarnsetup setip 198.19.0.2 255.255.0.0 198.19.255.1 "))
+        << ::testing::PrintToString(qmtLog);
+    const std::vector<std::string> arm9Log = sb.shellLog(1);
+    EXPECT_TRUE(contains(arm9Log, "date -u -D %Y%m%d%H%M%S -s 20300102030405"))
+        << ::testing::PrintToString(arm9Log);
+    EXPECT_EQ(readFile(sb.dir(1) + "/sim/ip"), "198.18.0.1\n");
+}
+
+TEST(LcfTool, ClearMakesTheControllerForgetOneServer) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"imx", "generic"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    sb.clearShellLog(1);
+    sb.clearShellLog(2);
+    const LcfRun syslog = runLcf(sb, {"clear", "02:4c:43:00:00:01", "syslogip"});
+    EXPECT_EQ(syslog.result.status, 0);
+    EXPECT_EQ(syslog.result.out, "02:4C:43:00:00:01 accept=yes\n");
+    EXPECT_EQ(syslog.result.err, "");
+    EXPECT_EQ(sb.shellLog(1), std::vector<std::string>{"tarnsetup setsyslogserver --delete"});
+    EXPECT_FALSE(fileExists(sb.dir(1) + "/sim/syslogserver"));
+
+    const LcfRun ntp = runLcf(sb, {"clear", "02:4C:43:00:00:02", "ntpip"});
+    EXPECT_EQ(ntp.result.status, 0);
+    EXPECT_EQ(ntp.result.out, "02:4C:43:00:00:02 accept=yes\n");
+    EXPECT_EQ(sb.shellLog(2), std::vector<std::string>{"ubootenv /dev/mtd1 del timeserver"});
+    EXPECT_FALSE(fileExists(sb.dir(2) + "/sim/uboot/timeserver"));
+
+    // No pause after a CLEAR: the next query is answered at once, without the server.
+    const std::string before = utcNow();
+    const LcfRun details = runLcf(sb, {"query", "02:4C:43:00:00:01"});
+    const std::string after = utcNow();
+    EXPECT_EQ(details.result.status, 0);
+    EXPECT_LT(details.seconds, 3.0);
+    EXPECT_EQ(maskClocks(details.result.out, before, after),
+              "mac:         02:4C:43:00:00:01\n"
+              "ip:          198.18.0.1\n"
+              "netmask:     255.255.0.0\n"
+              "gateway:     198.18.255.1\n"
+              "hostname:    imx-001\n"
+              "ipscheme:    STATIC\n"
+              "ntpip:       198.18.255.10\n"
+              "controller:  CTRL-001\n"
+              "housenames:  Hall A,Hall B\n"
+              "nameserver:  198.18.255.53\n"
+              "ntpsync:     yes\n"
+              "sdusage:     31%\n"
+              "sdkversion:  4.2.1\n"
+              "mac1:        02:4C:43:00:00:01\n"
+              "mac2:        02:4C:43:01:00:01\n"
+              "uptime:      3605.21 7011.40\n"
+              "loadavg:     0.08 0.03 0.01 1/87 1234\n"
+              "utcclock:    YYYYMMDDhhmmss\n"
+              "displaytime: 20231114221320\n"
+              "interface:   lan0\n");
+}
+
+// The tool checks what it sends, so a controller's own refusal is seen with --unchecked.
+TEST(LcfTool, RequestsTheControllerCannotTakeAreAnsweredAcceptNo) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    sb.clearShellLog(1);
+    const LcfRun scheme =
+        runLcf(sb, {"assign", "--unchecked", "02:4c:43:00:00:01", "ipscheme=dhcp"});
+    EXPECT_EQ(scheme.result.status, 1);
+    EXPECT_EQ(scheme.result.out, "02:4C:43:00:00:01 accept=no\n");
+    EXPECT_EQ(scheme.result.err, "");
+    EXPECT_TRUE(
+        traced(sb, 1, "#mac=02:4C:43:00:00:01#ipscheme=dhcp", "not understood", Seconds(10)))
+        << sb.out(1);
+    // A refused ASSIGN reads the device for its reply and changes nothing.
+    EXPECT_EQ(sb.shellLog(1), readingCommands("arm9", "br0", "br0"));
+    EXPECT_EQ(readFile(sb.dir(1) + "/sim/ipscheme"), "STATIC\n");
+
+    sb.clearShellLog(1);
+    const LcfRun server = runLcf(sb, {"clear", "--unchecked", "02:4C:43:00:00:01", "hostname"});
+    EXPECT_EQ(server.result.status, 1);
+    EXPECT_EQ(server.result.out, "02:4C:43:00:00:01 accept=no\n");
+    EXPECT_EQ(server.result.err, "");
+    EXPECT_TRUE(traced(sb, 1, "#mac=02:4C:43:00:00:01#hostname", "not understood", Seconds(10)))
+        << sb.out(1);
+    EXPECT_EQ(sb.shellLog(1), readingCommands("arm9", "br0", "br0"));
+
+    // Without the settling pause of an accepted change: the next query is answered at once.
+    const LcfRun details = runLcf(sb, {"query", "02:4C:43:00:00:01"});
+    EXPECT_EQ(details.result.status, 0);
+    EXPECT_LT(details.seconds, 3.0);
+    EXPECT_NE(details.result.out.find("ipscheme:    STATIC\n"), std::string::npos)
+        << details.result.out;
+}
+
+TEST(LcfTool, AControllerThatDoesNotAnswerFailsAfterTheTimeout) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "imx"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ASSERT_EQ(sandboxTool(sb, {"stop", "2"}).status, 0);
+
+    const LcfRun query = runLcf(sb, {"query", "02:4c:43:00:00:02", "--timeout", "1"});
+    EXPECT_EQ(query.result.status, 1);
+    EXPECT_EQ(query.result.out, "");
+    EXPECT_EQ(query.result.err, "lcf: no answer from 02:4C:43:00:00:02 within 1 s\n");
+    EXPECT_GE(query.seconds, 1.0);
+    EXPECT_LT(query.seconds, 2.5);
+
+    const LcfRun assign =
+        runLcf(sb, {"assign", "02:4c:43:00:00:02", "ip=198.18.0.99", "--timeout", "1.5"});
+    EXPECT_EQ(assign.result.status, 1);
+    EXPECT_EQ(assign.result.out, "");
+    EXPECT_EQ(assign.result.err, "lcf: no answer from 02:4C:43:00:00:02 within 1.5 s\n");
+    EXPECT_GE(assign.seconds, 1.5);
+    EXPECT_LT(assign.seconds, 3.0);
+
+    const LcfRun clear = runLcf(sb, {"clear", "02:4c:43:00:00:02", "ntpip", "-t", "1"});
+    EXPECT_EQ(clear.result.status, 1);
+    EXPECT_EQ(clear.result.out, "");
+    EXPECT_EQ(clear.result.err, "lcf: no answer from 02:4C:43:00:00:02 within 1 s\n");
+    EXPECT_GE(clear.seconds, 1.0);
+    EXPECT_LT(clear.seconds, 2.5);
+
+    // A discovery lists who answered and fails when it was told to expect more.
+    const LcfRun discover = runLcf(sb, {"discover", "--expect", "2", "--timeout", "1"});
+    EXPECT_EQ(discover.result.status, 1);
+    EXPECT_EQ(discover.result.err, "lcf: 1 of 2 expected controllers answered within 1 s\n");
+    EXPECT_NE(discover.result.out.find("\n02:4C:43:00:00:01  198.18.0.1  "), std::string::npos)
+        << discover.result.out;
+    EXPECT_EQ(discover.result.out.find("02:4C:43:00:00:02"), std::string::npos)
+        << discover.result.out;
+    EXPECT_NE(discover.result.out.find("\n1 controller found\n"), std::string::npos)
+        << discover.result.out;
+    EXPECT_EQ(readFile(sb.dir(2) + "/sim/ip"), "198.18.0.2\n");
+
+    // Nobody at all.
+    ASSERT_EQ(sandboxTool(sb, {"stop", "1"}).status, 0);
+    const LcfRun nobody = runLcf(sb, {"discover", "--timeout", "0.5"});
+    EXPECT_EQ(nobody.result.status, 1);
+    EXPECT_EQ(nobody.result.out,
+              "MAC  IP  NETMASK  GATEWAY  SCHEME  HOSTNAME  CONTROLLER  SDK  UTCCLOCK  INTERFACE  "
+              "NOTE\n0 controllers found\n");
+    EXPECT_EQ(nobody.result.err, "");
+}
+
+TEST(LcfTool, UsageErrorsExitTwoAndSendNothing) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "qmt"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    sb.clearShellLog(1);
+    sb.clearShellLog(2);
+    const std::string out1 = sb.out(1);
+    const std::string out2 = sb.out(2);
+
+    const std::string more = "Run 'lcf --help' or 'lcf COMMAND --help' for more information.\n";
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{},
+         "lcf: a command is required (discover, query, assign or clear)\n"
+         "Run 'lcf --help' for more information.\n"},
+        {{"frob"},
+         "lcf: unknown command 'frob' (discover, query, assign or clear)\n"
+         "Run 'lcf --help' for more information.\n"},
+        {{"discover", "--bogus"}, "lcf: The following argument was not expected: --bogus\n" + more},
+        {{"discover", "--timeout", "0"},
+         "lcf: --timeout: expected seconds above 0 and at most 3600, got '0'\n" + more},
+        {{"discover", "-i", "eth7"},
+         "lcf: interface eth7 is not up with an IPv4 broadcast address\n"},
+        {{"query"}, "lcf: MAC is required\n" + more},
+        {{"query", "02:4c:43:00:00"},
+         "lcf: invalid MAC address '02:4c:43:00:00' (expected six hexadecimal pairs like "
+         "00:1A:2B:3C:4D:5E)\n"},
+        {{"assign", "02:4c:43:00:00:01"},
+         "lcf: nothing to assign: give key=value arguments or --now\n"},
+        {{"assign", "02:4c:43:00:00:01", "ip=198.18.0.9", "ipscheme=dhcp"},
+         "lcf: ipscheme must be STATIC or DHCP, got 'dhcp'\n"},
+        {{"assign", "02:4c:43:00:00:01", "hostname=box"},
+         "lcf: unknown key 'hostname' (assignable: ip, netmask, gateway, ipscheme, ntpip, "
+         "syslogip, nameserver, utcclock)\n"},
+        {{"assign", "02:4c:43:00:00:01", "ip=198.18.0.300"},
+         "lcf: invalid IPv4 address for ip: '198.18.0.300'\n"},
+        {{"assign", "02:4c:43:00:00:01", "utcclock=2030"},
+         "lcf: utcclock must be 14 digits YYYYMMDDhhmmss, got '2030'\n"},
+        {{"assign", "--unchecked", "02:4c:43:00:00:01", "ip=1.2.3.4#ipscheme=DHCP"},
+         "lcf: '#' separates the fields of a request and cannot be sent, got "
+         "'ip=1.2.3.4#ipscheme=DHCP'\n"},
+        {{"clear", "02:4c:43:00:00:02"}, "lcf: SERVER is required\n" + more},
+        {{"clear", "02:4c:43:00:00:02", "hostname"},
+         "lcf: unknown server 'hostname' (ntpip, syslogip or nameserver)\n"},
+    };
+    for (const auto& [args, err] : cases) {
+        const LcfRun run = runLcf(sb, args);
+        const std::string line = ::testing::PrintToString(args);
+        EXPECT_EQ(run.result.status, 2) << line;
+        EXPECT_EQ(run.result.out, "") << line;
+        EXPECT_EQ(run.result.err, err) << line;
+    }
+
+    // Datagrams are handled in arrival order: once a query sent now has been traced, anything
+    // sent before it would have been too. Only the query reached the daemons.
+    const LcfRun marker = runLcf(sb, {"query", "02:4c:43:00:00:01"});
+    EXPECT_EQ(marker.result.status, 0);
+    const std::string addressed = "#mac=02:4C:43:00:00:01";
+    ASSERT_TRUE(traced(sb, 1, addressed, "understood", Seconds(10))) << sb.out(1);
+    ASSERT_TRUE(traced(sb, 2, addressed, "understood", Seconds(10))) << sb.out(2);
+    for (const auto& [k, earlier] : {std::make_pair(1, out1), std::make_pair(2, out2)}) {
+        const std::string added = sb.out(k).substr(earlier.size());
+        const std::string firstLine = added.substr(0, added.find('\n'));
+        EXPECT_EQ(firstLine.rfind("LCF2#QUERY#seqid=", 0), 0u) << added;
+        EXPECT_EQ(firstLine.substr(firstLine.size() - addressed.size()), addressed) << added;
+    }
+    std::vector<std::string> reading = readingCommands("arm9", "br0", "br0");
+    reading.push_back("date -u +%Y%m%d%H%M%S");
+    EXPECT_EQ(sb.shellLog(1), reading);
+    EXPECT_EQ(sb.shellLog(2), std::vector<std::string>{});
+
+    const LcfRun help = runLcf(sb, {"--help"});
+    EXPECT_EQ(help.result.status, 0);
+    EXPECT_EQ(help.result.err, "");
+    EXPECT_EQ(help.result.out.rfind("lcf: find lcfd controllers", 0), 0u) << help.result.out;
+}
+
+TEST(LcfTool, AToolHostOnTwoSegmentsTagsEachControllerWithItsInterface) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "imx,seg=2", "qmt", "generic,seg=2", "unknown,seg=2"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+
+    std::string before = utcNow();
+    const LcfRun both = runLcf(sb, {"discover", "--expect", "5", "--timeout", "10"});
+    std::string after = utcNow();
+    EXPECT_EQ(both.result.status, 0);
+    EXPECT_EQ(both.result.err, "");
+    EXPECT_EQ(maskClocks(both.result.out, before, after),
+              "MAC                IP          NETMASK      GATEWAY       SCHEME  HOSTNAME     "
+              "CONTROLLER  SDK    UTCCLOCK        INTERFACE  NOTE\n"
+              "02:4C:43:00:00:01  198.18.0.1  255.255.0.0  198.18.255.1  STATIC  arm9-001     "
+              "CTRL-001    -      YYYYMMDDhhmmss  lan0\n"
+              "02:4C:43:00:00:02  198.18.0.2  255.255.0.0  198.18.255.1  STATIC  imx-002      "
+              "CTRL-002    4.2.2  YYYYMMDDhhmmss  lan1\n"
+              "02:4C:43:00:00:03  198.18.0.3  255.255.0.0  198.18.255.1  STATIC  qmt-003      "
+              "CTRL-003    -      YYYYMMDDhhmmss  lan0\n"
+              "02:4C:43:00:00:04  198.18.0.4  255.255.0.0  198.18.255.1  STATIC  generic-004  "
+              "CTRL-004    -      YYYYMMDDhhmmss  lan1\n"
+              "02:4C:43:00:00:05  198.18.0.5  255.255.0.0  198.18.255.1  STATIC  unknown-005  "
+              "CTRL-005    -      YYYYMMDDhhmmss  lan1\n"
+              "5 controllers found\n");
+
+    before = utcNow();
+    const LcfRun second = runLcf(sb, {"discover", "--json", "--interface", "lan1"});
+    after = utcNow();
+    EXPECT_EQ(second.result.status, 0);
+    EXPECT_EQ(second.result.err, "");
+    EXPECT_EQ(maskedObjects(second.result.out, before, after),
+              dumped({expectedJson(2, "imx", "lan1"), expectedJson(4, "generic", "lan1"),
+                      expectedJson(5, "unknown", "lan1")}));
+
+    before = utcNow();
+    const LcfRun first = runLcf(sb, {"discover", "--json", "-i", "lan0"});
+    after = utcNow();
+    EXPECT_EQ(first.result.status, 0);
+    EXPECT_EQ(maskedObjects(first.result.out, before, after),
+              dumped({expectedJson(1, "arm9", "lan0"), expectedJson(3, "qmt", "lan0")}));
+
+    // A controller is reached only through the interface of its own segment.
+    const LcfRun elsewhere = runLcf(sb, {"query", "02:4c:43:00:00:04", "-i", "lan0", "-t", "1"});
+    EXPECT_EQ(elsewhere.result.status, 1);
+    EXPECT_EQ(elsewhere.result.err, "lcf: no answer from 02:4C:43:00:00:04 within 1 s\n");
+    EXPECT_EQ(sb.out(4).find("#mac=02:4C:43:00:00:04\n"), std::string::npos) << sb.out(4);
+    const LcfRun own = runLcf(sb, {"clear", "02:4c:43:00:00:04", "syslogip", "-i", "lan1"});
+    EXPECT_EQ(own.result.status, 0);
+    EXPECT_EQ(own.result.out, "02:4C:43:00:00:04 accept=yes\n");
+}
+
+}  // namespace
+}  // namespace e2e
