@@ -37,28 +37,36 @@ inline int platformNumber(const std::string& platform) {
 
 // Standard output without the replies of daemons (other controllers' and the
 // daemon's own): they come back as broadcasts in no fixed order against the
-// tool's requests.  Each is one echoed line followed by its trace.
+// tool's requests.  Each shows as its echo (one line, or more when a value in
+// it holds a line feed) and its trace; nothing else is printed between the
+// end of the previous datagram (or the banner) and such a trace.
 inline std::string withoutDaemonReplies(const std::string& out) {
     const std::string tool = std::string("[") + kToolAddress + "]";
     std::string kept;
     std::size_t at = 0;
-    std::size_t lastLineStart = 0;  // in `kept`
+    std::size_t blockStart = 0;  // in `kept`: where the current datagram's echo began
     while (at < out.size()) {
         std::size_t end = out.find('\n', at);
         std::string line =
             out.substr(at, end == std::string::npos ? std::string::npos : end - at + 1);
         at += line.size();
-        bool trace = line.rfind("[", 0) == 0 &&
-                     (line.find("] Message understood... \n") != std::string::npos ||
-                      line.find("] Message not understood... \n") != std::string::npos);
-        if (trace && line.rfind(tool, 0) != 0 && out.compare(at, 1, "\n") == 0) {
-            kept.erase(lastLineStart);  // the echoed reply
-            at += 1;                    // the empty line closing the trace
-            lastLineStart = kept.size();
+        const bool trace = line.rfind("[", 0) == 0 && out.compare(at, 1, "\n") == 0 &&
+                           (line.find("] Message understood... \n") != std::string::npos ||
+                            line.find("] Message not understood... \n") != std::string::npos);
+        if (trace) {
+            at += 1;  // the empty line closing the trace
+            if (line.rfind(tool, 0) == 0) {
+                kept += line + "\n";
+            } else {
+                kept.erase(blockStart);
+            }
+            blockStart = kept.size();
             continue;
         }
-        lastLineStart = kept.size();
         kept += line;
+        if (line == kListening) {
+            blockStart = kept.size();
+        }
     }
     return kept;
 }
