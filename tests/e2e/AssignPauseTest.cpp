@@ -73,7 +73,7 @@ TEST(AssignPause, ImxStatusTheAssignCommandLogAndTheFiveSecondPause) {
     s.reading();
     s.ran("date -u +%Y%m%d%H%M%S");
     s.trace(true);
-    expectSession(sb, 1, s);
+    expectSessions(sb, {&s});
     const std::size_t assignStarts = s.shell.size();
 
     // The ACK goes out first; the next request waits in the queue until the
@@ -106,7 +106,7 @@ TEST(AssignPause, ImxStatusTheAssignCommandLogAndTheFiveSecondPause) {
     s.reading();
     s.ran("date -u +%Y%m%d%H%M%S");
     s.trace(true);
-    expectSession(sb, 1, s);
+    expectSessions(sb, {&s});
 
     // The same, written out: what the device ran for the ASSIGN alone.
     const auto log = sb.shellLog(1);

@@ -73,8 +73,7 @@ TEST(DeviceReading, AnswersKeptOutAndStatusFilesMissingOrEmpty) {
     EXPECT_EQ(second[2],
               statusReply("2", 2, "imx",
                           {{"sdusage", "n/a"}, {"ntpsync", "no"}, {"nameserver", "10.1.1.5"}}));
-    expectSession(sb, 1, arm9);
-    expectSession(sb, 2, imx);
+    expectSessions(sb, {&arm9, &imx});
 }
 
 TEST(DeviceReading, InterfaceFileThatNamesNothingUsable) {
@@ -122,8 +121,7 @@ TEST(DeviceReading, InterfaceFileThatNamesNothingUsable) {
             EXPECT_EQ(reply, statusReply("1", 2, "qmt"));
         }
     }
-    expectSession(sb, 1, tooLong);
-    expectSession(sb, 2, empty);
+    expectSessions(sb, {&tooLong, &empty});
 }
 
 }  // namespace

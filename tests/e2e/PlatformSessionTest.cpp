@@ -212,9 +212,7 @@ TEST(PlatformSession, EveryStreamThroughQueryAssignAndClear) {
         }
     }
 
-    for (int k = 1; k <= kCount; ++k) {
-        expectSession(sb, k, at(k));
-    }
+    expectSessions(sb, session);
 }
 
 }  // namespace

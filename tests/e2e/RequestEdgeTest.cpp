@@ -101,8 +101,7 @@ TEST(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
     };
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(replies, expected);
-    expectSession(sb, 1, arm9);
-    expectSession(sb, 2, qmt);
+    expectSessions(sb, {&arm9, &qmt});
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <utility>
@@ -155,20 +156,55 @@ class Session {
     bool hasFile_;
 };
 
-// Waits until controller k's streams, syslog records and shell log are what
-// the session says (or the deadline passed), then compares each exactly.
-inline void expectSession(const Sandbox& sb, int k, const Session& s,
-                          Seconds timeout = Seconds(20)) {
-    auto same = [&] {
-        return withoutDaemonReplies(sb.out(k)) == s.out && sb.err(k) == s.err &&
-               syslogRecords(sb.syslog(k)) == s.syslog && sb.shellLog(k) == s.shell;
-    };
-    waitUntil(same, timeout);
+inline bool sessionMatches(const Sandbox& sb, int k, const Session& s) {
+    return withoutDaemonReplies(sb.out(k)) == s.out && sb.err(k) == s.err &&
+           syslogRecords(sb.syslog(k)) == s.syslog && sb.shellLog(k) == s.shell;
+}
+
+inline void compareSession(const Sandbox& sb, int k, const Session& s) {
     const std::string who = "controller " + std::to_string(k) + " (" + s.platform() + ")";
     EXPECT_EQ(withoutDaemonReplies(sb.out(k)), s.out) << who << ": standard output";
     EXPECT_EQ(sb.err(k), s.err) << who << ": standard error";
     EXPECT_EQ(syslogRecords(sb.syslog(k)), s.syslog) << who << ": syslog";
     EXPECT_EQ(sb.shellLog(k), s.shell) << who << ": shell log";
+}
+
+// Waits until the streams, syslog records and shell log of controllers 1, 2,
+// ... are what their sessions say (or one deadline for all passed), then
+// compares each exactly.
+inline void expectSessions(const Sandbox& sb, std::initializer_list<const Session*> sessions,
+                           Seconds timeout = Seconds(15)) {
+    const std::vector<const Session*> all(sessions);
+    waitUntil(
+        [&] {
+            for (std::size_t i = 0; i < all.size(); ++i) {
+                if (!sessionMatches(sb, static_cast<int>(i) + 1, *all[i])) {
+                    return false;
+                }
+            }
+            return true;
+        },
+        timeout);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        compareSession(sb, static_cast<int>(i) + 1, *all[i]);
+    }
+}
+
+inline void expectSessions(const Sandbox& sb, const std::vector<Session>& sessions,
+                           Seconds timeout = Seconds(15)) {
+    waitUntil(
+        [&] {
+            for (std::size_t i = 0; i < sessions.size(); ++i) {
+                if (!sessionMatches(sb, static_cast<int>(i) + 1, sessions[i])) {
+                    return false;
+                }
+            }
+            return true;
+        },
+        timeout);
+    for (std::size_t i = 0; i < sessions.size(); ++i) {
+        compareSession(sb, static_cast<int>(i) + 1, sessions[i]);
+    }
 }
 
 // Replies that begin with `prefix`, until `count` of them arrived or the

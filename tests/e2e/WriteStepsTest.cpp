@@ -124,8 +124,8 @@ Arrivals runCases(const std::vector<Case>& cases,
         at(k).reading();
         at(k).ran("date -u +%Y%m%d%H%M%S");
         at(k).trace(true);
-        expectSession(sb, k, at(k));
     }
+    expectSessions(sb, sessions);
     return arrivals;
 }
 
