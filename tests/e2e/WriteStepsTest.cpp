@@ -236,6 +236,17 @@ TEST(WriteSteps, OrderFailuresAndAssignmentsThatChangeNothing) {
         {"generic", "#ip=10.0.0.999", [](Session&) {}, statusReply("2", 4, "generic")},
         // No assignment at all: accepted, nothing to write, and the pause.
         {"unknown", "", [](Session&) {}, statusReply("2", 5, "unknown")},
+        // Every value as the device holds it: only the clock is set, twice,
+        // and nothing is logged.
+        {"arm9",
+         "#ip=198.18.0.6#netmask=255.255.0.0#gateway=198.18.255.1#ipscheme=STATIC"
+         "#ntpip=198.18.255.10#syslogip=198.18.255.20#nameserver=198.18.255.20"
+         "#utcclock=20240229235959",
+         [](Session& s) {
+             s.ran("date -u -D %Y%m%d%H%M%S -s 20240229235959");
+             s.ran("date -u -D %Y%m%d%H%M%S -s 20240229235959");
+         },
+         statusReply("2", 6, "arm9")},
     };
     const std::string hostBefore = utcNow();
     Arrivals arrivals =
@@ -247,6 +258,8 @@ TEST(WriteSteps, OrderFailuresAndAssignmentsThatChangeNothing) {
     EXPECT_LE(arrivals.clock[1], "20240301000059");
     EXPECT_LE("20240229235959", arrivals.clock[2]);
     EXPECT_LE(arrivals.clock[2], "20240301000059");
+    EXPECT_LE("20240229235959", arrivals.clock[6]);
+    EXPECT_LE(arrivals.clock[6], "20240301000059");
     for (int k = 3; k <= 5; ++k) {
         EXPECT_LE(hostBefore, arrivals.clock[k]) << "controller " << k;
         EXPECT_LE(arrivals.clock[k], hostAfter) << "controller " << k;
