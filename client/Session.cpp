@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <random>
 
@@ -67,17 +68,30 @@ std::vector<Controller> discover(const ProbeOptions& options) {
     const Clock::time_point end = after(options.timeoutSeconds);
     const int rounds = options.rounds < 1 ? 1 : options.rounds;
     const double spacing = options.timeoutSeconds / 2.0 / rounds;
+    Clock::time_point lastNew = Clock::time_point::min();  // no new controller yet
     const auto complete = [&] {
         return options.expected > 0 && results.size() >= options.expected;
+    };
+    const auto take = [&](const lcfd::Reply& reply, const NetworkInterface& arrivedOn) {
+        if (results.add(reply, arrivedOn)) {
+            lastNew = Clock::now();
+        }
+        return complete();  // otherwise keep listening for the whole window
     };
     for (int round = 0; round < rounds && !complete(); ++round) {
         broadcastOnAll(socket, probed, probe);
         const Clock::time_point nextProbe = round + 1 < rounds ? after(spacing) : end;
-        collect(socket, probed, nextProbe < end ? nextProbe : end,
-                [&](const lcfd::Reply& reply, const NetworkInterface& arrivedOn) {
-                    results.add(reply, arrivedOn);
-                    return complete();  // otherwise keep listening for the whole window
-                });
+        collect(socket, probed, nextProbe < end ? nextProbe : end, take);
+    }
+    // Controllers that are still answering when the window closes are slow, not gone (each
+    // reads its whole device before it answers, and a busy segment answers one after the
+    // other): listen on until none is new for a while.
+    const auto quiet = std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double>(options.quietSeconds));
+    const Clock::time_point limit = end + std::chrono::duration_cast<Clock::duration>(
+                                              std::chrono::duration<double>(options.extendSeconds));
+    while (!complete() && Clock::now() < lastNew + quiet && Clock::now() < limit) {
+        collect(socket, probed, std::min(lastNew + quiet, limit), take);
     }
     return results.sorted();
 }

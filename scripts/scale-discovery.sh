@@ -7,19 +7,18 @@
 #   sudo bash scripts/scale-discovery.sh 50 200 300 # one run per count
 #
 # Each run starts COUNT controllers of mixed platforms (arm9, imx, qmt, generic, unknown) on
-# one sandboxed segment, runs `lcf discover --json --expect COUNT` on the tool side, checks that
+# one sandboxed segment, runs `lcf discover --json` on the tool side, checks that
 # every controller is in the answer exactly once with its own address and host name, prints one
 # line of figures and tears the segment down. Exit status 1 when any run missed a controller.
 #
-# Settings (environment): LCFD_BUILD_DIR (default build), LCF_SCALE_TIMEOUT (seconds lcf waits
-# at most, default 60), LCF_SCALE_ROUNDS (probes sent, default 1), LCF_SCALE_SANDBOX (sandbox
-# name, default scale).
+# Settings (environment): LCFD_BUILD_DIR (default build); LCF_SCALE_OPTIONS, the discover
+# options (default "--expect COUNT --timeout 60": return once all have answered; "" measures
+# the plain `lcf discover`); LCF_SCALE_SANDBOX (sandbox name, default scale).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 build_dir=${LCFD_BUILD_DIR:-build}
-timeout=${LCF_SCALE_TIMEOUT:-60}
-rounds=${LCF_SCALE_ROUNDS:-1}
+options_template=${LCF_SCALE_OPTIONS---expect COUNT --timeout 60}
 sandbox=${LCF_SCALE_SANDBOX:-scale}
 sandbox_tool=tools/lcfd-sandbox
 lcfd_binary=$build_dir/src/main/lcfd
@@ -45,8 +44,9 @@ for count in "${counts[@]}"; do
     out=$(mktemp)
     start=$(now)
     status=0
-    nsenter --net="/run/netns/lcfdsb.$sandbox.tool" -- "$lcf_binary" discover --json --expect "$count" \
-        --timeout "$timeout" --rounds "$rounds" >"$out" || status=$?
+    read -r -a options <<<"${options_template//COUNT/$count}"
+    nsenter --net="/run/netns/lcfdsb.$sandbox.tool" -- "$lcf_binary" discover --json \
+        ${options[@]+"${options[@]}"} >"$out" || status=$?
     discover_time=$(seconds "$start" "$(now)")
 
     verdict=$(python3 - "$count" "$out" <<'EOF'
@@ -71,8 +71,8 @@ print("complete" if not problems else "INCOMPLETE (%d found; %s)" % (len(found),
 EOF
 )
     rm -f "$out"
-    printf '%d controllers: up %s s; discovery %s, %s s (lcf exit %d, --timeout %s --rounds %s)\n' \
-        "$count" "$up_time" "$verdict" "$discover_time" "$status" "$timeout" "$rounds"
+    printf '%d controllers: up %s s; lcf discover --json %s: %s in %s s, exit %d\n' \
+        "$count" "$up_time" "${options[*]+${options[*]}}" "$verdict" "$discover_time" "$status"
     [ "$verdict" = complete ] && [ "$status" = 0 ] || failed=1
     "$sandbox_tool" -n "$sandbox" down
 done

@@ -236,6 +236,36 @@ TEST(LcfTool, DiscoversTwentyMixedControllersEachOnceInTableAndJson) {
     EXPECT_EQ(maskedObjects(json.result.out, before, after), dumped(expected));
 }
 
+std::vector<std::string> macsIn(const std::string& jsonOutput) {
+    std::vector<std::string> macs;
+    const Json parsed = Json::parse(jsonOutput, nullptr, false);
+    if (!parsed.is_array()) {
+        return {"<not a JSON array: " + jsonOutput + ">"};
+    }
+    for (const Json& object : parsed) {
+        macs.push_back(object.value("mac", "<no mac>"));
+    }
+    return macs;
+}
+
+TEST(LcfTool, DiscoveryListensOnWhileControllersAreStillAnswering) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "arm9", "arm9", "arm9"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    // Slow boards: each answers half a second after the one before, the last one seconds later.
+    sb.setFault(2, "hostname", "delay 0.5");
+    sb.setFault(3, "hostname", "delay 1");
+    sb.setFault(4, "hostname", "delay 4");
+    const LcfRun run = runLcf(sb, {"discover", "--json", "--timeout", "0.5"});
+    EXPECT_EQ(run.result.status, 0);
+    EXPECT_EQ(run.result.err, "");
+    EXPECT_EQ(macsIn(run.result.out),
+              (std::vector<std::string>{controllerMac(1), controllerMac(2), controllerMac(3)}));
+    // Until a second passed without a new answer, well before the last board's.
+    EXPECT_GT(run.seconds, 2.0);
+    EXPECT_LT(run.seconds, 4.0);
+}
+
 TEST(LcfTool, QueryShowsEveryFieldOfTheOneAddressedController) {
     E2E_REQUIRE_ROOT();
     Sandbox sb({"arm9", "imx", "qmt"});
