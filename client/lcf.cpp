@@ -129,6 +129,10 @@ int main(int argc, char** argv) {
     CLI::App* discover =
         app.add_subcommand("discover", "List every controller that answers on the segment");
     addProbeOptions(*discover, discoverOptions, kDiscoveryWindowSeconds);
+    discover->get_option("--timeout")
+        ->description(
+            "Seconds to listen for answers, and on while new controllers are still answering "
+            "(until none is new for a second)");
     discover
         ->add_option("-r,--rounds", discoverOptions.rounds,
                      "Send the probe this many times (a busy segment may drop some)")
