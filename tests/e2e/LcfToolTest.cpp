@@ -607,7 +607,7 @@ TEST(LcfTool, AToolHostOnTwoSegmentsTagsEachControllerWithItsInterface) {
               "5 controllers found\n");
 
     before = utcNow();
-    const LcfRun second = runLcf(sb, {"discover", "--json", "--interface", "lan1"});
+    const LcfRun second = runLcf(sb, {"discover", "--json", "--interface", "lan1", "-t", "1"});
     after = utcNow();
     EXPECT_EQ(second.result.status, 0);
     EXPECT_EQ(second.result.err, "");
@@ -616,7 +616,7 @@ TEST(LcfTool, AToolHostOnTwoSegmentsTagsEachControllerWithItsInterface) {
                       expectedJson(5, "unknown", "lan1")}));
 
     before = utcNow();
-    const LcfRun first = runLcf(sb, {"discover", "--json", "-i", "lan0"});
+    const LcfRun first = runLcf(sb, {"discover", "--json", "-i", "lan0", "-t", "1"});
     after = utcNow();
     EXPECT_EQ(first.result.status, 0);
     EXPECT_EQ(maskedObjects(first.result.out, before, after),
