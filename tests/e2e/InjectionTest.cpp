@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <set>
 
 #include "Harness.hpp"
@@ -19,6 +20,15 @@ namespace {
 
 const std::vector<std::string> kAddressKeys = {"ip",    "netmask",  "gateway",
                                                "ntpip", "syslogip", "nameserver"};
+
+// The marker a command smuggled in under an address key would leave.
+std::string markerOf(const std::string& key) {
+    const std::map<std::string, std::string> markers = {
+        {"ip", "ip"},    {"netmask", "nm"},  {"gateway", "gw"},
+        {"ntpip", "ts"}, {"syslogip", "ls"}, {"nameserver", "ns"},
+    };
+    return markers.at(key);
+}
 
 // One way of smuggling a command into a value, on one controller.
 struct Family {
@@ -98,7 +108,7 @@ TEST(Injection, NoValueFromTheNetworkReachesAShell) {
         const Family& f = families()[static_cast<std::size_t>(k - 1)];
         std::string fields;
         for (const auto& key : kAddressKeys) {
-            fields += "#" + key + "=" + f.payload(key.substr(0, 1));
+            fields += "#" + key + "=" + f.payload(markerOf(key));
         }
         fields += "#ipscheme=" + f.payload("p");
         refused("r" + std::to_string(k), k, assignTo("r" + std::to_string(k), k, fields));
@@ -140,7 +150,7 @@ TEST(Injection, NoValueFromTheNetworkReachesAShell) {
         const Family& f = families()[static_cast<std::size_t>(k - 1)];
         std::string fields;
         for (const auto& key : kAddressKeys) {
-            fields += "#" + key + "=198.18.0.99." + f.payload(key.substr(0, 1));
+            fields += "#" + key + "=198.18.0.99." + f.payload(markerOf(key));
         }
         fields += "#foo=" + f.payload("f") + "#hostname=" + f.payload("h") + "#" + f.payload("k") +
                   "=1#utcclock=" + f.clock;
