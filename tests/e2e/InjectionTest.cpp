@@ -32,7 +32,7 @@ std::string markerOf(const std::string& key) {
 
 // One way of smuggling a command into a value, on one controller.
 struct Family {
-    std::string spec;
+    std::string board;  // how the sandbox makes the controller
     std::function<std::string(const std::string& marker)> payload;
     std::string clock;         // a utcclock value carrying a command
     std::string clockWarning;  // what the daemon says about it
@@ -78,18 +78,18 @@ std::set<std::string> entries(const std::string& directory) {
 
 TEST(Injection, NoValueFromTheNetworkReachesAShell) {
     E2E_REQUIRE_ROOT();
-    std::vector<std::string> specs;
+    std::vector<std::string> boards;
     std::vector<Session> sessions;
     for (const auto& f : families()) {
-        specs.push_back(f.spec);
-        const std::string platform = f.spec.substr(0, f.spec.find(','));
-        sessions.push_back(f.spec.find("iface=eth0") != std::string::npos
+        boards.push_back(f.board);
+        const std::string platform = f.board.substr(0, f.board.find(','));
+        sessions.push_back(f.board.find("iface=eth0") != std::string::npos
                                ? Session(platform, "eth0", "eth0")
                                : Session(platform));
         sessions.back().startup();
     }
     const int count = static_cast<int>(families().size());
-    Sandbox sb(specs);
+    Sandbox sb(boards);
     ASSERT_TRUE(sb.ok()) << sb.upOutput();
     ToolSocket tool(sb);
     ASSERT_TRUE(tool.ok());

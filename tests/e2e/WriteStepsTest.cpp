@@ -15,15 +15,15 @@ namespace e2e {
 namespace {
 
 struct Case {
-    std::string spec;                      // sandbox controller spec
+    std::string board;                     // how the sandbox makes the controller
     std::string fields;                    // the assignments after the MAC field
     std::function<void(Session&)> handle;  // what applying them shows, after the reading
     std::string status;                    // the STATUS reply afterwards, clock masked
 };
 
-Session sessionFor(const std::string& spec) {
-    const std::string platform = spec.substr(0, spec.find(','));
-    if (spec.find(",iface=eth0") != std::string::npos) {
+Session sessionFor(const std::string& board) {
+    const std::string platform = board.substr(0, board.find(','));
+    if (board.find(",iface=eth0") != std::string::npos) {
         return Session(platform, "eth0", "eth0");
     }
     return Session(platform);
@@ -44,16 +44,16 @@ struct Arrivals {
 Arrivals runCases(const std::vector<Case>& cases,
                   const std::function<void(const Sandbox&)>& prepare) {
     Arrivals arrivals;
-    std::vector<std::string> specs;
+    std::vector<std::string> boards;
     std::vector<Session> sessions;
     for (const auto& c : cases) {
-        specs.push_back(c.spec);
-        sessions.push_back(sessionFor(c.spec));
+        boards.push_back(c.board);
+        sessions.push_back(sessionFor(c.board));
         sessions.back().startup();
     }
     const int count = static_cast<int>(cases.size());
     auto at = [&](int k) -> Session& { return sessions[static_cast<std::size_t>(k - 1)]; };
-    Sandbox sb(specs, false);
+    Sandbox sb(boards, false);
     EXPECT_TRUE(sb.ok()) << sb.upOutput();
     if (!sb.ok()) {
         return arrivals;
