@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "Harness.hpp"
 #include "Session.hpp"
@@ -102,6 +103,66 @@ TEST(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(replies, expected);
     expectSessions(sb, {&arm9, &qmt});
+}
+
+TEST(RequestEdge, ADeviceThatKnowsNoMacAnswersRequestsWithout) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "generic"}, false);
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    // The second board's tool names no MAC address.
+    sb.setFault(2, "tarnsetup.getmacaddr", "empty");
+    for (int k = 1; k <= 2; ++k) {
+        ASSERT_EQ(sb.start(k).status, 0);
+        ASSERT_TRUE(sb.waitOut(k, kListening, Seconds(15)));
+    }
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    Session known("arm9");
+    Session unnamed("generic");
+    known.startup();
+    unnamed.startup();
+
+    // An empty address is its address: accepted, nothing to write, the pause.
+    const std::string empty = "LCF2#ASSIGN#seqid=9#mac=";
+    // A request whose sequence id or MAC field cannot be read has no address
+    // either, and is refused with what was read before.
+    const std::string badSeqid = "LCF2#ASSIGN#seqid=a;b#mac=02:4C:43:00:00:01#ip=198.18.0.99";
+    const std::string badMac = "LCF2#CLEAR#seqid=7#mac=zz:4C:43:00:00:01#ntpip";
+    for (const auto& [request, accepted] : std::vector<std::pair<std::string, bool>>{
+             {empty, true}, {badSeqid, false}, {badMac, false}}) {
+        ASSERT_TRUE(tool.send(request));
+        known.passes(request);
+        unnamed.echo(request);
+        unnamed.reading();
+        unnamed.trace(accepted);
+    }
+    const std::string query = "LCF2#QUERY#seqid=8";
+    ASSERT_TRUE(tool.send(query));
+    for (Session* s : {&known, &unnamed}) {
+        s->echo(query);
+        s->reading();
+        s->ran("date -u +%Y%m%d%H%M%S");
+        s->trace(true);
+    }
+
+    std::vector<std::string> replies;
+    for (const auto& d : repliesWith(tool, "", 5, Seconds(20))) {
+        std::string clock;
+        replies.push_back(maskClock(d.data, &clock));
+    }
+    std::string status = statusReply("8", 2, "generic");
+    status.replace(status.find("#mac=" + controllerMac(2)), 5 + controllerMac(2).size(), "#mac=");
+    std::vector<std::string> expected = {
+        "LCF2#ACK#seqid=9#mac=#accept=yes",
+        "LCF2#ACK#seqid=#mac=#accept=no",
+        "LCF2#ACK#seqid=7#mac=#accept=no",
+        statusReply("8", 1, "arm9"),
+        status,
+    };
+    std::sort(replies.begin(), replies.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(replies, expected);
+    expectSessions(sb, {&known, &unnamed});
 }
 
 }  // namespace
