@@ -1,5 +1,5 @@
-# Compiler and linker flags of every target: warnings and hardening of release builds.
-# Included once from the top-level CMakeLists.txt, before any target.
+# Compiler and linker flags of every target: warnings, hardening of release builds, and the
+# sanitizer build. Included once from the top-level CMakeLists.txt, before any target.
 include(CheckCXXCompilerFlag)
 include(CheckCXXSourceCompiles)
 include(CheckLinkerFlag)
@@ -32,6 +32,32 @@ if(LCFD_WERROR)
   add_compile_options(-Werror)
 endif()
 
+# --- Sanitizers -------------------------------------------------------------------------------
+option(LCFD_SANITIZE "Build everything with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+if(LCFD_SANITIZE)
+  set(LCFD_SANITIZER_FLAGS -fsanitize=address,undefined -fno-omit-frame-pointer
+                           -fno-sanitize-recover=all)
+  set(CMAKE_REQUIRED_LINK_OPTIONS -fsanitize=address,undefined)
+  string(REPLACE ";" " " CMAKE_REQUIRED_FLAGS "${LCFD_SANITIZER_FLAGS}")
+  check_cxx_source_compiles("int main() { return 0; }" LCFD_CXX_HAS_SANITIZERS)
+  unset(CMAKE_REQUIRED_FLAGS)
+  unset(CMAKE_REQUIRED_LINK_OPTIONS)
+  if(NOT LCFD_CXX_HAS_SANITIZERS)
+    message(FATAL_ERROR "LCFD_SANITIZE: ${CMAKE_CXX_COMPILER} cannot build with "
+                        "${LCFD_SANITIZER_FLAGS}")
+  endif()
+  add_compile_options(${LCFD_SANITIZER_FLAGS})
+  add_link_options(-fsanitize=address,undefined)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # The runtimes linked in (as clang does by default): lcfd runs under stdbuf, whose
+    # preloaded library would otherwise come before the shared ASan runtime, which refuses.
+    add_link_options(-static-libasan -static-libubsan)
+    # GCC's flow-based warning is unreliable on instrumented code: it reports libstdc++'s own
+    # std::regex and std::function as maybe uninitialized. The plain builds keep it.
+    add_compile_options(-Wno-maybe-uninitialized)
+  endif()
+endif()
+
 # --- Hardening --------------------------------------------------------------------------------
 option(LCFD_HARDENING "Harden release builds (fortified libc calls, stack protection, full RELRO)"
        ON)
@@ -55,7 +81,7 @@ if(LCFD_HARDENING)
   # Fortified libc calls need optimisation, and they get in the way of the sanitizers'
   # interceptors, so not in a sanitizer or fuzzer build.
   string(FIND "${CMAKE_CXX_FLAGS}" "-fsanitize" sanitize_in_flags)
-  if(NOT LCFD_BUILD_FUZZERS AND sanitize_in_flags EQUAL -1)
+  if(NOT LCFD_SANITIZE AND NOT LCFD_BUILD_FUZZERS AND sanitize_in_flags EQUAL -1)
     set(CMAKE_REQUIRED_FLAGS "-O2 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -Werror")
     check_cxx_source_compiles("#include <cstring>
       int main(int argc, char**) { char b[8]; std::memset(b, argc, sizeof b); return b[1]; }"
@@ -77,7 +103,7 @@ if(LCFD_HARDENING)
   list(LENGTH hardening_flags hardening_flag_count)
   if(CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo)$" AND hardening_flag_count EQUAL 2
      AND LCFD_CXX_HAS_FORTIFY_SOURCE AND LCFD_LINKER_HAS_RELRO_NOW
-     AND CMAKE_CXX_LINK_PIE_SUPPORTED AND NOT LCFD_BUILD_FUZZERS
+     AND CMAKE_CXX_LINK_PIE_SUPPORTED AND NOT LCFD_SANITIZE AND NOT LCFD_BUILD_FUZZERS
      AND sanitize_in_flags EQUAL -1)
     set(LCFD_HARDENED_RELEASE ON)
   endif()

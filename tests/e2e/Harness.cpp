@@ -1,5 +1,7 @@
 #include "Harness.hpp"
 
+#include <gtest/gtest.h>
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/if_ether.h>
@@ -18,6 +20,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -326,7 +329,29 @@ Sandbox::Sandbox(const std::vector<std::string>& specs, bool startDaemons) {
 }
 
 Sandbox::~Sandbox() {
+    // The daemons are stopped first, so that a report is complete when it is read.
+    tool({"stop"}, Seconds(60));
+    for (const std::string& report : sanitizerReports()) {
+        ADD_FAILURE() << "sanitizer report of a daemon in sandbox " << name_ << ": " << report;
+    }
     tool({"down"}, Seconds(60));
+}
+
+std::vector<std::string> Sandbox::sanitizerReports() const {
+    // The launcher gives a sanitizer build of lcfd log_path=<controller dir>/sanitizer, so each
+    // report is a file sanitizer.PID there (see tools/lcfd-sandbox).
+    std::vector<std::string> reports;
+    const std::filesystem::path root = "/tmp/lcfd-sandbox/" + name_;
+    std::error_code error;
+    for (const auto& controller : std::filesystem::directory_iterator(root, error)) {
+        std::error_code inner;
+        for (const auto& entry : std::filesystem::directory_iterator(controller.path(), inner)) {
+            if (entry.path().filename().string().rfind("sanitizer.", 0) == 0) {
+                reports.push_back(entry.path().string() + "\n" + readFile(entry.path().string()));
+            }
+        }
+    }
+    return reports;
 }
 
 ProcessResult Sandbox::tool(const std::vector<std::string>& args, Seconds timeout) const {

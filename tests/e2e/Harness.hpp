@@ -106,6 +106,9 @@ class Sandbox {
     void setFault(int k, const std::string& key, const std::string& mode) const;
 
     ProcessResult start(int k) const;
+    // The reports a sanitizer build of lcfd wrote in this sandbox, each with its file name.
+    // The destructor fails the test on any.
+    std::vector<std::string> sanitizerReports() const;
     // Runs a command line inside controller k (its namespaces and sim tools).
     ProcessResult execInController(int k, const std::string& commandLine) const;
 

@@ -143,9 +143,20 @@ bool portIsFree(std::uint16_t port) {
     return bound;
 }
 
-// From here on every call that needs a new descriptor fails with EMFILE.
+rlimit descriptorLimit{};
+
+void restoreDescriptorLimit() {
+    setrlimit(RLIMIT_NOFILE, &descriptorLimit);
+}
+
+// From here on every call that needs a new descriptor fails with EMFILE. Only the soft limit
+// drops, and it is raised again at exit: the exit handlers of a sanitizer build need a
+// descriptor (a pipe to probe memory) and would otherwise report an error of their own.
 void allowNoMoreDescriptors() {
-    rlimit none{};
+    getrlimit(RLIMIT_NOFILE, &descriptorLimit);
+    rlimit none = descriptorLimit;
+    none.rlim_cur = 0;
+    std::atexit(restoreDescriptorLimit);
     setrlimit(RLIMIT_NOFILE, &none);
 }
 
