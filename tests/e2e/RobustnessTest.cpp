@@ -1,0 +1,255 @@
+// Bad input of every kind: a flood of datagrams that are not for this
+// controller, device tools that misbehave, and an interface file that names
+// nothing usable.  The daemon keeps serving, and every outcome is exact.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <thread>
+
+#include "FloodSupport.hpp"
+#include "Harness.hpp"
+#include "Session.hpp"
+
+namespace e2e {
+namespace {
+
+const std::string kToolTrace = "[198.18.255.254] Message ";
+
+int daemonPid(const Sandbox& sb, int k) {
+    return std::stoi(readFile(sb.dir(k) + "/pid"));
+}
+
+std::size_t countOf(const std::string& text, const std::string& what) {
+    std::size_t n = 0;
+    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+        ++n;
+    }
+    return n;
+}
+
+std::string queryFor(const ToolSocket& tool, const std::string& seqid, int k) {
+    const std::string request = "LCF2#QUERY#seqid=" + seqid + "#mac=" + controllerMac(k);
+    if (!tool.send(request)) {
+        return "(not sent)";
+    }
+    auto replies = repliesWith(tool, "LCF2#STATUS#seqid=" + seqid + "#", 1, Seconds(10));
+    if (replies.empty()) {
+        return "(no reply)";
+    }
+    std::string clock;
+    return maskClock(replies.front().data, &clock);
+}
+
+TEST(Robustness, FloodOfDatagramsNotForThisController) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    const int pid = daemonPid(sb, 1);
+    const std::string stdoutPath = sb.dir(1) + "/stdout";
+    const std::size_t fdBefore = openDescriptors(pid);
+    const auto rssBefore = residentKiB(pid);
+    const auto queueBefore = udpQueue(pid, kPort);
+    ASSERT_TRUE(rssBefore.has_value());
+    ASSERT_TRUE(queueBefore.has_value());
+    ASSERT_GT(fdBefore, 0u);
+
+    constexpr std::size_t kCount = 100000;
+    FloodMix mix(20261122u, controllerMac(1));
+    std::string last;
+    std::size_t sent = 0;
+    std::size_t broadcasts = 0;
+    bool paced = true;
+    const auto started = Clock::now();
+    inNetns(sb.toolNetns(), [&] {
+        int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (fd < 0) {
+            return;
+        }
+        int on = 1;
+        setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+        sockaddr_in unicast{};
+        unicast.sin_family = AF_INET;
+        unicast.sin_port = htons(kPort);
+        inet_pton(AF_INET, controllerAddress(1).c_str(), &unicast.sin_addr);
+        sockaddr_in broadcast = unicast;
+        broadcast.sin_addr.s_addr = htonl(INADDR_BROADCAST);
+        for (std::size_t i = 0; i < kCount; ++i) {
+            // Keep the daemon's queue short: a burst, then wait until it is read.
+            if (i % 64 == 0) {
+                auto deadline = Clock::now() + std::chrono::seconds(5);
+                for (;;) {
+                    auto q = udpQueue(pid, kPort);
+                    if (q && q->receiveBytes == 0) {
+                        break;
+                    }
+                    if (Clock::now() > deadline) {
+                        paced = false;
+                        break;
+                    }
+                    std::this_thread::sleep_for(std::chrono::microseconds(200));
+                }
+            }
+            last = mix.next();
+            const bool toAll = i % 8 == 7;
+            const sockaddr_in& to = toAll ? broadcast : unicast;
+            if (sendto(fd, last.data(), last.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+                       sizeof to) == static_cast<ssize_t>(last.size())) {
+                ++sent;
+                broadcasts += toAll ? 1 : 0;
+            }
+        }
+        close(fd);
+    });
+    ASSERT_EQ(sent, kCount);
+    EXPECT_TRUE(paced);
+    // The last datagram's echo and trace end standard output once all is read.
+    const std::string lastLines = last + "\n" + kToolTrace;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            const std::string tail = fileTail(stdoutPath, 2048);
+            const std::size_t at = tail.rfind(lastLines);
+            return at != std::string::npos && tail.size() - at <= lastLines.size() + 24 &&
+                   tail.substr(tail.size() - 2) == "\n\n";
+        },
+        Seconds(30)));
+    const double seconds = Seconds(Clock::now() - started).count();
+    const auto queueAfter = udpQueue(pid, kPort);
+    ASSERT_TRUE(queueAfter.has_value());
+    const std::size_t dropped = queueAfter->drops - queueBefore->drops;
+    const std::string out = readFile(stdoutPath);
+    const std::size_t traced = countOf(out, "\n" + kToolTrace);
+    const std::size_t fdAfter = openDescriptors(pid);
+    const auto rssAfter = residentKiB(pid);
+    ASSERT_TRUE(rssAfter.has_value());
+    std::printf(
+        "flood: %zu datagrams sent (%zu broadcast), %zu traced, %zu dropped, fd %zu -> %zu, "
+        "VmRSS %ld -> %ld KiB, %.1f s, stdout %zu bytes\n",
+        sent, broadcasts, traced, dropped, fdBefore, fdAfter, *rssBefore, *rssAfter, seconds,
+        out.size());
+    EXPECT_EQ(traced + dropped, kCount);
+    EXPECT_EQ(fdAfter, fdBefore);
+    EXPECT_LE(*rssAfter, *rssBefore + 64);
+    EXPECT_EQ(out.rfind("LCF2#STATUS#seqid=", 0), std::string::npos);
+    const std::string tail = fileTail(stdoutPath, lastLines.size() + 64);
+    EXPECT_EQ(tail.substr(tail.rfind(lastLines)).substr(0, lastLines.size()), lastLines);
+    EXPECT_EQ(countOf(out, "lcfd:Finished reading network settings\n"), 1u);
+
+    // Still serving, and exactly so.
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    EXPECT_EQ(queryFor(tool, "71", 1), statusReply("71", 1, "arm9"));
+    EXPECT_EQ(sb.err(1), "");
+    EXPECT_EQ(openDescriptors(pid), fdBefore);
+}
+
+TEST(Robustness, MisbehavingDeviceToolsLeaveTheDaemonServing) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "imx"});
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    ToolSocket tool(sb);
+    ASSERT_TRUE(tool.ok());
+    // arm9: an ERROR:: answer keeps the address; a host name tool that prints
+    // nothing empties the name, which leaves the field out; a 1 MiB line
+    // gives its first 510 bytes as the time server; a line of binary rubbish
+    // is taken up to its first blank as syslog server, and so name server.
+    sb.setFault(1, "tarnsetup.getipaddr", "error flash worn out");
+    sb.setFault(1, "hostname", "empty");
+    sb.setFault(1, "tarnsetup.gettimeserver", "big");
+    sb.setFault(1, "tarnsetup.getsyslogserver", "garbage");
+    // imx: ntpq missing (the shell says so on the daemon's standard error), a
+    // version tool that fails silently, an SD card tool that says No.
+    sb.setFault(2, "ntpq", "missing");
+    sb.setFault(2, "tarnsetup.getsdkversion", "exit 2");
+    sb.setFault(2, "tarnsetup.sdcard", "print No card");
+    const std::string rubbish = "\xfe\xff\x01garbage\x1b[0m~%s\\n";
+    const auto started = Clock::now();
+    EXPECT_EQ(queryFor(tool, "11", 1), statusReply("11", 1, "arm9",
+                                                   {{"hostname", ""},
+                                                    {"ntpip", std::string(510, 'x')},
+                                                    {"syslogip", rubbish},
+                                                    {"nameserver", rubbish}}));
+    EXPECT_LT(Seconds(Clock::now() - started).count(), 5.0);
+    EXPECT_EQ(
+        queryFor(tool, "12", 2),
+        statusReply("12", 2, "imx", {{"ntpsync", "no"}, {"sdkversion", ""}, {"sdusage", "n/a"}}));
+    EXPECT_TRUE(sb.waitErr(2, "\n", Seconds(5)));
+    EXPECT_EQ(sb.err(2), "sh: 1: ntpq: not found\n");
+    EXPECT_EQ(sb.err(1), "");
+
+    // The tools mended, the next readings are whole again, the empty host
+    // name included.
+    for (const char* fault : {"tarnsetup.getipaddr", "hostname", "tarnsetup.gettimeserver",
+                              "tarnsetup.getsyslogserver"}) {
+        ASSERT_EQ(std::remove((sb.dir(1) + "/fault/" + fault).c_str()), 0) << fault;
+    }
+    for (const char* fault : {"ntpq", "tarnsetup.getsdkversion", "tarnsetup.sdcard"}) {
+        ASSERT_EQ(std::remove((sb.dir(2) + "/fault/" + fault).c_str()), 0) << fault;
+    }
+    EXPECT_EQ(queryFor(tool, "13", 1), statusReply("13", 1, "arm9"));
+    EXPECT_EQ(queryFor(tool, "14", 2), statusReply("14", 2, "imx"));
+    EXPECT_EQ(sb.err(2), "sh: 1: ntpq: not found\n");
+}
+
+TEST(Robustness, InterfaceFileEmptyOrADirectoryOrCarriageReturnsOnly) {
+    E2E_REQUIRE_ROOT();
+    Sandbox sb({"arm9", "qmt", "imx"}, false);
+    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+    const std::string file = "/home/etc/tarnsetup.d/lcfd_interface";
+    // A directory opens but reads as nothing; a file of no bytes at all; ten
+    // carriage returns are one character too many.
+    std::remove((sb.dir(1) + file).c_str());
+    ASSERT_TRUE(std::filesystem::create_directory(sb.dir(1) + file));
+    writeFile(sb.dir(2) + file, "");
+    writeFile(sb.dir(3) + file, std::string(10, '\r') + "\n");
+    Session directory("arm9");
+    Session empty("qmt");
+    Session returns("imx", std::string(10, '\r'), "br0");
+    directory.fileIsPresent();
+    empty.fileIsPresent();
+    for (Session* s : {&directory, &empty, &returns}) {
+        s->startup();
+    }
+    for (int k = 1; k <= 3; ++k) {
+        ASSERT_EQ(sb.start(k).status, 0);
+        ASSERT_TRUE(sb.waitOut(k, kListening, Seconds(15)));
+    }
+    ToolSocket tool(sb);
+    FrameCapture capture(sb);
+    ASSERT_TRUE(tool.ok());
+    ASSERT_TRUE(capture.ok());
+    const std::string query = "LCF2#QUERY#seqid=21";
+    ASSERT_TRUE(tool.send(query));
+    for (Session* s : {&directory, &empty, &returns}) {
+        s->echo(query);
+        s->reading();
+        s->ran("date -u +%Y%m%d%H%M%S");
+        s->trace(true);
+    }
+    // br0 for all three: plain broadcasts from the service socket, which the
+    // kernel checksums, and the netmask found on br0.
+    const std::vector<std::string> platforms = {"arm9", "qmt", "imx"};
+    for (int i = 0; i < 3; ++i) {
+        auto frame = capture.next(Seconds(10));
+        ASSERT_TRUE(frame.has_value());
+        EXPECT_NE(frame->udpChecksum(), 0) << frame->source();
+        EXPECT_EQ(frame->sourcePort(), kPort);
+        std::string clock;
+        const std::string reply = maskClock(frame->payload(), &clock);
+        bool known = false;
+        for (int k = 1; k <= 3; ++k) {
+            if (frame->source() == controllerAddress(k)) {
+                known = true;
+                EXPECT_EQ(reply, statusReply("21", k, platforms[static_cast<std::size_t>(k - 1)]));
+            }
+        }
+        EXPECT_TRUE(known) << frame->source();
+    }
+    expectSessions(sb, {&directory, &empty, &returns});
+}
+
+}  // namespace
+}  // namespace e2e
