@@ -133,10 +133,11 @@ TEST(Robustness, FloodOfDatagramsNotForThisController) {
     const auto rssAfter = residentKiB(pid);
     ASSERT_TRUE(rssAfter.has_value());
     std::printf(
-        "flood: %zu datagrams sent (%zu broadcast), %zu traced, %zu dropped, fd %zu -> %zu, "
+        "flood: %zu datagrams sent (%zu broadcast), %zu traced (%zu understood), %zu dropped, "
+        "fd %zu -> %zu, "
         "VmRSS %ld -> %ld KiB, %.1f s, stdout %zu bytes\n",
-        sent, broadcasts, traced, dropped, fdBefore, fdAfter, *rssBefore, *rssAfter, seconds,
-        out.size());
+        sent, broadcasts, traced, countOf(out, kToolTrace + "understood"), dropped, fdBefore,
+        fdAfter, *rssBefore, *rssAfter, seconds, out.size());
     EXPECT_EQ(traced + dropped, kCount);
     EXPECT_EQ(fdAfter, fdBefore);
     EXPECT_LE(*rssAfter, *rssBefore + 64);
