@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include "protocol/MessageFormat.hpp"
+#include "settings/Settings.hpp"
 
 namespace lcf {
 
@@ -11,10 +12,13 @@ std::string Controller::field(const std::string& key) const {
 }
 
 bool isOutsideSubnet(const std::string& ipText, const NetworkInterface& networkInterface) {
-    in_addr address{};
-    if (inet_pton(AF_INET, ipText.c_str(), &address) != 1) {
+    // The daemon's own validator: it also refuses an address followed by a zero byte, which
+    // inet_pton alone would read as the address.
+    if (!lcfd::isValidIpv4(ipText)) {
         return true;
     }
+    in_addr address{};
+    inet_pton(AF_INET, ipText.c_str(), &address);
     return (address.s_addr & networkInterface.netmask) !=
            (networkInterface.address & networkInterface.netmask);
 }

@@ -18,8 +18,21 @@ struct Column {
     std::string (*cell)(const Controller&);
 };
 
+// Replies come from anybody on the segment: control bytes are shown as '?' so that no reply
+// can move the cursor or recolour the terminal.
+std::string printable(const std::string& value) {
+    std::string shown = value;
+    for (char& c : shown) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F) {
+            c = '?';
+        }
+    }
+    return shown;
+}
+
 std::string orDash(const std::string& value) {
-    return value.empty() ? kEmptyCell : value;
+    return value.empty() ? kEmptyCell : printable(value);
 }
 
 const std::vector<Column>& tableColumns() {
@@ -104,7 +117,8 @@ std::string renderJson(const std::vector<Controller>& controllers) {
         object["outside_subnet"] = controller.outsideSubnet;
         array.push_back(std::move(object));
     }
-    return array.dump(2) + "\n";
+    // A reply is anybody's bytes: what is not UTF-8 is replaced rather than failing the list.
+    return array.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 std::string renderDetails(const Controller& controller) {
@@ -124,7 +138,7 @@ std::string renderDetails(const Controller& controller) {
     }
     std::string text;
     for (const auto& [name, value] : lines) {
-        text += padded(name + ":", width + 1) + " " + value + "\n";
+        text += padded(name + ":", width + 1) + " " + printable(value) + "\n";
     }
     return text;
 }

@@ -106,3 +106,34 @@ TEST(Details, ListsEveryFieldAligned) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(HostileReplies, ControlBytesAreShownAsQuestionMarks) {
+    lcf::DiscoveryResults results("1");
+    results.add(status(std::string("LCF2#STATUS#seqid=1#mac=00:1A:2B:3C:4D:5E#hostname=a\x1b[2Jb"
+                                   "\x7f#controller=x\ty")),
+                kTool0);
+    const auto controllers = results.sorted();
+    for (const std::string& shown :
+         {lcf::renderTable(controllers), lcf::renderDetails(controllers.front())}) {
+        EXPECT_NE(shown.find("a?[2Jb?"), std::string::npos) << shown;
+        EXPECT_NE(shown.find("x?y"), std::string::npos) << shown;
+        EXPECT_EQ(shown.find_first_of(std::string("\x1b\x7f\t", 3)), std::string::npos);
+    }
+}
+
+TEST(HostileReplies, BytesThatAreNotUtf8StillGiveTheWholeJsonList) {
+    lcf::DiscoveryResults results("1");
+    results.add(status("LCF2#STATUS#seqid=1#mac=00:1A:2B:3C:4D:5E#hostname=caf\xE9"), kTool0);
+    EXPECT_EQ(
+        lcf::renderJson(results.sorted()),
+        "[\n  {\n    \"mac\": \"00:1A:2B:3C:4D:5E\",\n    \"hostname\": \"caf\xEF\xBF\xBD\",\n"
+        "    \"interface\": \"tool0\",\n    \"outside_subnet\": true\n  }\n]\n");
+}
+
+TEST(HostileReplies, AnAddressFollowedByAZeroByteIsOutsideTheSubnet) {
+    EXPECT_TRUE(lcf::isOutsideSubnet(std::string("10.0.0.5\0junk", 13), kTool0));
+}
+
+}  // namespace
