@@ -20,8 +20,11 @@ cmake --build --preset sanitize -j"$(nproc)"
 built=$SECONDS
 
 # The build must really be instrumented, or the suite below would prove nothing.
+# (The symbol list is read whole: grep -q would stop early and, under pipefail, nm's broken
+# pipe would count as a failure.)
 for program in build-sanitize/src/main/lcfd build-sanitize/client/lcf; do
-    if ! nm "$program" | grep -q "__asan_init" || ! nm "$program" | grep -q "__ubsan_handle"; then
+    symbols=$(nm "$program")
+    if ! grep -q "__asan_init" <<<"$symbols" || ! grep -q "__ubsan_handle" <<<"$symbols"; then
         echo "check-sanitizers: $program is not instrumented" >&2
         exit 1
     fi
