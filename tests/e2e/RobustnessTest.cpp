@@ -140,7 +140,12 @@ TEST(Robustness, FloodOfDatagramsNotForThisController) {
         fdAfter, *rssBefore, *rssAfter, seconds, out.size());
     EXPECT_EQ(traced + dropped, kCount);
     EXPECT_EQ(fdAfter, fdBefore);
+#if defined(__SANITIZE_ADDRESS__)
+    // AddressSanitizer keeps freed memory in quarantine, so the resident size of an
+    // instrumented daemon grows with every allocation; the bound holds for the real build.
+#else
     EXPECT_LE(*rssAfter, *rssBefore + 64);
+#endif
     // Every trace names the tool side: the daemon sent nothing that came back.
     EXPECT_EQ(countOf(out, "] Message "), traced);
     // The last hundred datagrams are echoed (cut to 512 bytes) and traced in
