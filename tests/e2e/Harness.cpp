@@ -316,9 +316,9 @@ Sandbox::Sandbox(const std::vector<std::string>& specs, bool startDaemons) {
     name_ = "e2e" + std::to_string(getpid()) + "-" + std::to_string(sandboxCounter++);
     std::vector<std::string> args = {"up", "--lcfd", lcfdBinary(), "--owner-pid",
                                      std::to_string(getpid())};
-    for (const auto& spec : specs) {
+    for (const auto& board : specs) {
         args.push_back("-c");
-        args.push_back(spec);
+        args.push_back(board);
     }
     if (!startDaemons) {
         args.push_back("--no-start");
