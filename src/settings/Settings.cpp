@@ -48,8 +48,7 @@ bool isValidIpv4(const std::string& text) {
     in_addr address{};
     // inet_pton reads only up to the first zero byte; whatever stood after one would be
     // stored with the address.
-    return text.find('\0') == std::string::npos &&
-           inet_pton(AF_INET, text.c_str(), &address) == 1;
+    return text.find('\0') == std::string::npos && inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
 Settings::Settings()
