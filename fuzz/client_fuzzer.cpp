@@ -50,8 +50,7 @@ bool isUtf8(const std::string& text) {
         if (c < 0x80) {
             ++i;
             continue;
-        }
-        if (c >= 0xC2 && c <= 0xDF) {
+        } else if (c >= 0xC2 && c <= 0xDF) {
             length = 2;
             minimum = 0x80;
             codePoint = c & 0x1Fu;
@@ -106,7 +105,7 @@ void checkParsedReply(const std::string& text, const Reply& reply) {
         if (equals == std::string::npos) {
             FUZZ_CHECK(fieldKey == pieces[i] && value.empty());
         } else {
-            FUZZ_CHECK(std::string(fieldKey).append("=").append(value) == pieces[i]);
+            FUZZ_CHECK(fieldKey + "=" + value == pieces[i]);
         }
     }
 }
