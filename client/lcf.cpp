@@ -34,6 +34,7 @@ struct UsageError : std::runtime_error {
 // A number of seconds above 0 and at most an hour.
 const CLI::Validator& timeoutSeconds() {
     static const CLI::Validator validator(
+        // cppcheck-suppress constParameter ; the signature CLI11 gives a validator
         [](std::string& text) -> std::string {
             double seconds = 0.0;
             std::size_t used = 0;
@@ -110,6 +111,9 @@ int reportAck(lcf::AckOutcome outcome, const std::string& mac, double timeoutSec
 
 }  // namespace
 
+// Parse errors and the commands' own failures are caught below; anything else that throws (out of
+// memory while the command line is built) ends the tool through std::terminate, as it should.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     if (const auto problem = commandProblem(argc, argv)) {
         std::fprintf(stderr, "lcf: %s\nRun 'lcf --help' for more information.\n", problem->c_str());

@@ -50,7 +50,8 @@ bool isUtf8(const std::string& text) {
         if (c < 0x80) {
             ++i;
             continue;
-        } else if (c >= 0xC2 && c <= 0xDF) {
+        }
+        if (c >= 0xC2 && c <= 0xDF) {
             length = 2;
             minimum = 0x80;
             codePoint = c & 0x1Fu;
@@ -105,7 +106,7 @@ void checkParsedReply(const std::string& text, const Reply& reply) {
         if (equals == std::string::npos) {
             FUZZ_CHECK(fieldKey == pieces[i] && value.empty());
         } else {
-            FUZZ_CHECK(fieldKey + "=" + value == pieces[i]);
+            FUZZ_CHECK(std::string(fieldKey).append("=").append(value) == pieces[i]);
         }
     }
 }

@@ -171,9 +171,9 @@ std::optional<std::string> applyAssignment(Settings& settings, const Message& me
 }
 
 void checkLines(const Settings& settings, const std::optional<std::string>& clock) {
-    const std::string ntpip = settings.ntpipRef();
-    const std::string syslogip = settings.syslogipRef();
-    const std::string nameserver = settings.nameserverRef();
+    const std::string& ntpip = settings.ntpipRef();
+    const std::string& syslogip = settings.syslogipRef();
+    const std::string& nameserver = settings.nameserverRef();
     // What the write path would run: each server line when its value changed, the scheme
     // line when the network changed. Every line is checked whether or not it would run,
     // as long as its values are there.

@@ -135,10 +135,12 @@ void Broadcaster::sendRawFrame(const char* text) {
     const int enable = 1;
     if (setsockopt(rawFd, SOL_SOCKET, SO_BROADCAST, &enable, sizeof enable) == -1) {
         reportErrno("Error setting socket broadcast option: ");
+        // cppcheck-suppress resourceLeak ; left open on purpose, see above
         return;
     }
     if (setsockopt(rawFd, 0, kIpHeaderIncludedOption, &enable, sizeof enable) == -1) {
         reportErrno("Error setting socket hdrincl option: ");
+        // cppcheck-suppress resourceLeak ; left open on purpose, see above
         return;
     }
     char deviceName[kDeviceNameBufferSize] = {};
@@ -150,6 +152,7 @@ void Broadcaster::sendRawFrame(const char* text) {
     // first four characters.
     if (setsockopt(rawFd, SOL_SOCKET, SO_BINDTODEVICE, deviceName, kBindToDeviceOptionLength) < 0) {
         std::fprintf(stderr, "Error binding to %s interface: %d\n", interfaceName.c_str(), errno);
+        // cppcheck-suppress resourceLeak ; left open on purpose, see above
         return;
     }
 

@@ -27,8 +27,7 @@ std::string composeTrace(std::uint32_t senderAddress, bool understood) {
     return trace;
 }
 
-MessageDispatcher::MessageDispatcher(std::uint16_t port) {
-    settings = std::make_unique<Settings>();
+MessageDispatcher::MessageDispatcher(std::uint16_t port) : settings(std::make_unique<Settings>()) {
     // The device is read before any socket exists.
     settings->reload();
     const std::string interfaceName = settings->getInterfaceName();

@@ -28,7 +28,8 @@ std::string firstWord(const std::string& text) {
 
 std::string Settings::runShellCommand(const std::string& command, bool firstWordOnly) const {
     std::string result;
-    std::FILE* pipe = popen(command.c_str(), "r");
+    // Every reading and clearing is a device tool's shell command line, by design.
+    std::FILE* pipe = popen(command.c_str(), "r");  // NOLINT(cert-env33-c)
     if (pipe == nullptr) {
         result = kPopenFailed;
         logError(result + ":" + command);

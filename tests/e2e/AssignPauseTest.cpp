@@ -40,6 +40,8 @@ const std::vector<std::string> kImxAssignLog = {
     "tarnsetup getmacaddr fromfuses secondary",
     "cat /proc/uptime",
     "cat /proc/loadavg",
+    // One command line, written on two lines.
+    // NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
     "Get $(grep HS_REALTIME_SEC_SINCE_1970_BEFORE /etc/tarn/ConfigurationFiles/HardCodedHSSets.xml"
     " | sed -e 's/.*value=\"\\([^\"]*\\)\".*/\\1/')",
     "date -u -s 202402292359.59",

@@ -64,7 +64,7 @@ class FloodMix {
                        "#ntpsync=yes#sdusage=n/a#utcclock=20240101000000#displaytime=";
             case 1:
                 return "LCF2#ACK#seqid=" + seqid() + "#mac=" + mac +
-                       "#accept=" + (below(2) ? "yes" : "no");
+                       "#accept=" + (below(2) != 0 ? "yes" : "no");
             case 2:
                 return "LCF2#QUERY#seqid=" + seqid() + "#mac=" + mac;
             case 3:
@@ -172,6 +172,8 @@ inline std::optional<UdpQueue> udpQueue(int pid, std::uint16_t port) {
     std::getline(in, line);  // heading
     while (std::getline(in, line)) {
         std::istringstream fields(line);
+        // The columns of one line of the table, in their order.
+        // NOLINTNEXTLINE(readability-isolate-declaration)
         std::string slot, local, remote, state, queues, timer, retransmits, uid, timeout, inode,
             ref, pointer, drops;
         fields >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> uid >>

@@ -87,6 +87,7 @@ ProcessResult runProgram(const std::vector<std::string>& argv, Seconds timeout) 
         return result;
     }
     std::vector<char*> args;
+    args.reserve(argv.size() + 1);
     for (const auto& a : argv) {
         args.push_back(const_cast<char*>(a.c_str()));
     }
@@ -143,7 +144,7 @@ ProcessResult runProgram(const std::vector<std::string>& argv, Seconds timeout) 
             }
         }
     }
-    for (auto& f : fds) {
+    for (const auto& f : fds) {
         if (f.fd >= 0) {
             close(f.fd);
         }
@@ -312,8 +313,8 @@ void inNetns(const std::string& netnsName, const std::function<void()>& work) {
 
 // ---------------------------------------------------------------------------
 
-Sandbox::Sandbox(const std::vector<std::string>& specs, bool startDaemons) {
-    name_ = "e2e" + std::to_string(getpid()) + "-" + std::to_string(sandboxCounter++);
+Sandbox::Sandbox(const std::vector<std::string>& specs, bool startDaemons)
+    : name_("e2e" + std::to_string(getpid()) + "-" + std::to_string(sandboxCounter++)) {
     std::vector<std::string> args = {"up", "--lcfd", lcfdBinary(), "--owner-pid",
                                      std::to_string(getpid())};
     for (const auto& board : specs) {
@@ -548,7 +549,7 @@ bool IpFrame::headerChecksumValid() const {
     for (std::size_t i = 0; i < 20; i += 2) {
         sum += be16(bytes, i);
     }
-    while (sum >> 16) {
+    while ((sum >> 16) != 0) {
         sum = (sum & 0xFFFF) + (sum >> 16);
     }
     return sum == 0xFFFF;

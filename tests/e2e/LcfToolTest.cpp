@@ -60,9 +60,9 @@ std::string maskClocks(const std::string& text, const std::string& from, const s
     for (std::size_t at = 0; at + 14 <= masked.size(); ++at) {
         const std::string candidate = masked.substr(at, 14);
         const bool standsAlone =
-            (at == 0 || !std::isdigit(static_cast<unsigned char>(masked[at - 1]))) &&
+            (at == 0 || std::isdigit(static_cast<unsigned char>(masked[at - 1])) == 0) &&
             (at + 14 == masked.size() ||
-             !std::isdigit(static_cast<unsigned char>(masked[at + 14])));
+             std::isdigit(static_cast<unsigned char>(masked[at + 14])) == 0);
         if (standsAlone && allDigits(candidate) && from <= candidate && candidate <= to) {
             masked.replace(at, 14, mask);
             at += 13;
@@ -134,6 +134,7 @@ std::vector<std::string> maskedObjects(const std::string& output, const std::str
 
 std::vector<std::string> dumped(const std::vector<Json>& objects) {
     std::vector<std::string> lines;
+    lines.reserve(objects.size());
     for (const Json& object : objects) {
         lines.push_back(object.dump());
     }

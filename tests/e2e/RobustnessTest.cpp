@@ -150,7 +150,7 @@ TEST(Robustness, FloodOfDatagramsNotForThisController) {
     EXPECT_EQ(countOf(out, "] Message "), traced);
     // The last hundred datagrams are echoed (cut to 512 bytes) and traced in
     // the order sent.
-    std::size_t at = out.size() > 100 * 700 ? out.size() - 100 * 700 : 0;
+    std::size_t at = out.size() > 100UL * 700 ? out.size() - 100UL * 700 : 0;
     at = out.find("\n" + kToolTrace, at);
     for (const auto& d : recent) {
         ASSERT_NE(at, std::string::npos);

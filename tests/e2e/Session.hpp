@@ -51,7 +51,7 @@ inline std::string withoutDaemonReplies(const std::string& out) {
         std::string line =
             out.substr(at, end == std::string::npos ? std::string::npos : end - at + 1);
         at += line.size();
-        const bool trace = line.rfind("[", 0) == 0 && out.compare(at, 1, "\n") == 0 &&
+        const bool trace = line.rfind('[', 0) == 0 && out.compare(at, 1, "\n") == 0 &&
                            (line.find("] Message understood... \n") != std::string::npos ||
                             line.find("] Message not understood... \n") != std::string::npos);
         if (trace) {

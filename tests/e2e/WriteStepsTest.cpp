@@ -93,7 +93,7 @@ Arrivals runCases(const std::vector<Case>& cases,
             break;
         }
         const auto now = Clock::now();
-        const int k = byAddress.count(d->sender) ? byAddress[d->sender] : 0;
+        const int k = byAddress.count(d->sender) != 0 ? byAddress[d->sender] : 0;
         EXPECT_EQ(d->data, ackText("1", k, true)) << d->sender;
         arrivals.ack[k] = now;
     }

@@ -150,6 +150,7 @@ bool expectRecord(PrivateSyslog& syslogReader, int priority, const std::string& 
     int code = kSyslogReaderFailed;
     {
         PrivateSyslog syslogReader;
+        // cppcheck-suppress redundantInitialization ; the failure code stands until this point
         code = syslogReader.setUp();
         if (code == 0) {
             code = check(syslogReader);

@@ -10,8 +10,6 @@
 // The built daemon is run with command lines that answer at once. It is never started
 // without arguments here: that would bind the service port and run device commands.
 
-extern char** environ;
-
 namespace {
 
 struct ProcessResult {
@@ -66,6 +64,7 @@ ProcessResult runLcfd(const std::vector<std::string>& arguments) {
     std::vector<std::string> words{LCFD_BINARY};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (std::string& word : words) {
         argv.push_back(word.data());
     }

@@ -57,11 +57,12 @@ std::set<int> openDescriptors() {
         return descriptors;
     }
     const int listing = dirfd(dir);
+    // cppcheck-suppress readdirCalled ; the stream is this function's own (readdir_r is deprecated)
     while (const dirent* entry = readdir(dir)) {
         if (entry->d_name[0] == '.') {
             continue;
         }
-        const int descriptor = std::atoi(entry->d_name);
+        const int descriptor = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
         if (descriptor != listing) {
             descriptors.insert(descriptor);
         }
@@ -124,7 +125,8 @@ std::uint16_t freePort() {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    // A failed bind leaves port 0, which the caller's own checks then catch.
+    static_cast<void>(bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address));
     const std::uint16_t port = boundPort(probe);
     close(probe);
     return port;
@@ -210,10 +212,13 @@ TEST(BroadcasterSetup, BindsTheUdpPortOnAllAddressesWithBroadcastAndReuse) {
 
 TEST(BroadcasterSetupDeathTest, PortHeldWithoutReuseEndsTheProcessWithStatus1) {
     const int holder = socket(AF_INET, SOCK_DGRAM, 0);  // no SO_REUSEADDR
+    // A failed assertion ends the test; the descriptor goes with the test process.
+    // cppcheck-suppress resourceLeak
     ASSERT_GE(holder, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_ANY);
+    // cppcheck-suppress resourceLeak
     ASSERT_EQ(bind(holder, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     const std::uint16_t port = boundPort(holder);
     IgnoringCallback callback;
