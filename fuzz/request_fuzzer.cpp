@@ -342,6 +342,43 @@ void checkOutcome(const std::string& text, const Outcome& outcome, const std::st
 
 }  // namespace
 
+// The daemon decides in one step (decideRequest) what the steps above decide one by one; a
+// Message that held another datagram's fields must not change the result once reset.
+void checkDaemonDecision(const std::string& text, const Outcome& expected,
+                         const std::string& deviceMac) {
+    Message message;
+    message.mac = "FF:FF:FF:FF:FF:FF";
+    message.utcclock = std::string(300, 'x');
+    message.reset();
+    FUZZ_CHECK(isEmptyMessage(message));
+    const lcfd::Decision decision = lcfd::decideRequest(text, message, deviceMac);
+    FUZZ_CHECK(sameMessage(message, expected.message));
+    FUZZ_CHECK(decision.request.command == expected.request.command);
+    FUZZ_CHECK(decision.request.parsed == expected.request.parsed);
+    FUZZ_CHECK(decision.request.serverKey == expected.request.serverKey);
+    const bool understood =
+        expected.action != Action::NotUnderstood && expected.action != Action::Refused;
+    FUZZ_CHECK(decision.understood == understood);
+    switch (expected.action) {
+        case Action::NotUnderstood:
+        case Action::Ignored:
+            FUZZ_CHECK(decision.action == lcfd::Action::None);
+            break;
+        case Action::Status:
+            FUZZ_CHECK(decision.action == lcfd::Action::SendStatus);
+            break;
+        case Action::Refused:
+            FUZZ_CHECK(decision.action == lcfd::Action::Refuse);
+            break;
+        case Action::Applied:
+            FUZZ_CHECK(decision.action == lcfd::Action::Assign);
+            break;
+        case Action::Cleared:
+            FUZZ_CHECK(decision.action == lcfd::Action::Clear);
+            break;
+    }
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {
         return 0;  // the transport skips empty datagrams
@@ -356,6 +393,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const Outcome first = decide(text, kDeviceMac);
     checkOutcome(text, first, kDeviceMac);
+    checkDaemonDecision(text, first, kDeviceMac);
 
     // Parsing is deterministic and depends on the text alone.
     const Outcome second = decide(text, kDeviceMac);
@@ -368,6 +406,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // A device whose MAC address is unknown (empty) answers failed ASSIGN and CLEAR requests.
     const Outcome unknownDevice = decide(text, "");
     checkOutcome(text, unknownDevice, "");
+    checkDaemonDecision(text, unknownDevice, "");
     FUZZ_CHECK(unknownDevice.request.parsed == first.request.parsed);
     FUZZ_CHECK(sameMessage(unknownDevice.message, first.message));
 

@@ -16,7 +16,6 @@ namespace lcfd {
 namespace {
 
 constexpr const char* kDefaultBridge = "br0";
-constexpr std::size_t kReceiveBufferSize = 512;
 // The kernel copies the device name from this buffer; the option length given with it is 4.
 constexpr std::size_t kDeviceNameBufferSize = 10;
 constexpr socklen_t kBindToDeviceOptionLength = 4;

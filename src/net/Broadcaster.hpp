@@ -2,12 +2,16 @@
 
 #include <netinet/in.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "net/IBroadcasterCallback.hpp"
 
 namespace lcfd {
+
+// The most bytes of one datagram the receive loop reads; the rest of a longer one is lost.
+constexpr std::size_t kReceiveBufferSize = 512;
 
 // The daemon's UDP transport: one socket bound to the service port on every address, an
 // endless receive loop, and replies broadcast to 255.255.255.255. Replies leave through the

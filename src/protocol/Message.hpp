@@ -5,7 +5,7 @@
 namespace lcfd {
 
 // The fields of one request, as they came in (only `mac` is upper-cased). Reset to all-empty
-// for every datagram by assigning a fresh Message.
+// for every datagram.
 struct Message {
     std::string mac;
     std::string ipscheme;
@@ -19,6 +19,16 @@ struct Message {
     std::string netmask;
     std::string seqid;
     std::string utcclock;
+
+    // Empties every field. Their storage is kept, so that the next datagram's values are
+    // stored without allocating.
+    void reset() {
+        for (std::string* field :
+             {&mac, &ipscheme, &gateway, &unusedField1, &unusedField2, &syslogip, &nameserver,
+              &ntpip, &ip, &netmask, &seqid, &utcclock}) {
+            field->clear();
+        }
+    }
 };
 
 }  // namespace lcfd

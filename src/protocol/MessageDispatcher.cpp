@@ -8,26 +8,38 @@
 
 #include "protocol/MessageFormat.hpp"
 #include "protocol/Replies.hpp"
-#include "protocol/Request.hpp"
 
 namespace lcfd {
 namespace {
 
 // After an accepted ASSIGN the device gets this long to settle before the next datagram.
 constexpr unsigned kSettleSeconds = 5;
+// Room for a trace line after the largest datagram text.
+constexpr std::size_t kLongestTraceLine = 64;
+
+void writeToStandardOutput(const std::string& bytes) {
+    std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+}
 
 }  // namespace
 
 std::string composeTrace(std::uint32_t senderAddress, bool understood) {
-    in_addr address{};
-    address.s_addr = senderAddress;
-    std::string trace = "[";
-    trace += inet_ntoa(address);
-    trace += understood ? "] Message understood... \n\n" : "] Message not understood... \n\n";
+    std::string trace;
+    appendTrace(trace, senderAddress, understood);
     return trace;
 }
 
+void appendTrace(std::string& output, std::uint32_t senderAddress, bool understood) {
+    in_addr address{};
+    address.s_addr = senderAddress;
+    output += '[';
+    output += inet_ntoa(address);
+    output += understood ? "] Message understood... \n\n" : "] Message not understood... \n\n";
+}
+
 MessageDispatcher::MessageDispatcher(std::uint16_t port) : settings(std::make_unique<Settings>()) {
+    datagramText.reserve(kReceiveBufferSize);
+    consoleOutput.reserve(kReceiveBufferSize + kLongestTraceLine);
     // The device is read before any socket exists.
     settings->reload();
     const std::string interfaceName = settings->getInterfaceName();
@@ -45,74 +57,58 @@ void MessageDispatcher::run() {
 
 void MessageDispatcher::onMessage(const char* data, std::int64_t length,
                                   std::uint32_t senderAddress) {
-    message = Message{};
+    message.reset();
     // Every byte is kept as it came, zero bytes included.
-    const std::string text(data, static_cast<std::size_t>(length));
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fputc('\n', stdout);
-    const bool understood = parseMessage(text);
-    const std::string trace = composeTrace(senderAddress, understood);
-    std::fwrite(trace.data(), 1, trace.size(), stdout);
-}
-
-bool MessageDispatcher::parseMessage(const std::string& text) {
-    std::string header;
-    std::string rest;
-    splitAt(text, kFieldSeparator, header, rest);
-    if (!checkHeader(header)) {
-        return false;
+    datagramText.assign(data, static_cast<std::size_t>(length));
+    consoleOutput.assign(datagramText);
+    consoleOutput += '\n';
+    const Decision decision = parseMessage(datagramText);
+    if (decision.action != Action::None) {
+        // The device is read or changed next, and that prints: the text goes out first.
+        writeToStandardOutput(consoleOutput);
+        consoleOutput.clear();
+        handleCommand(decision);
     }
-    return handleCommand(rest);
+    // Most datagrams need no action: their text and trace leave in one write.
+    appendTrace(consoleOutput, senderAddress, decision.understood);
+    writeToStandardOutput(consoleOutput);
 }
 
-bool MessageDispatcher::handleCommand(const std::string& text) {
-    const Request request = parseRequest(text, message);
-    switch (request.command) {
-        case Command::Ack:
-        case Command::Status:
-            return true;  // replies, other daemons' or our own
-        case Command::Unknown:
-            return false;
-        case Command::Query:
-            if (!request.parsed) {
-                return false;
-            }
-            if (!isAddressedTo(request, message, settings->getMac())) {
-                return true;
-            }
+Decision MessageDispatcher::parseMessage(const std::string& datagram) {
+    return decideRequest(datagram, message, settings->getMac());
+}
+
+void MessageDispatcher::handleCommand(const Decision& decision) {
+    switch (decision.action) {
+        case Action::None:
+            return;
+        case Action::SendStatus:
             settings->reload();
             sendStatus();
-            return true;
-        case Command::Assign:
-        case Command::Clear:
+            return;
+        case Action::Refuse:
+            settings->reload();
+            reply(composeAck(message.seqid, settings->getMac(), false));
+            return;
+        case Action::Assign:
+            settings->reload();
+            // The tool learns of acceptance before anything is changed.
+            reply(composeAck(message.seqid, settings->getMac(), true));
+            applyAssignment();
+            sleep(kSettleSeconds);
+            return;
+        case Action::Clear:
             break;
     }
-
-    if (!isAddressedTo(request, message, settings->getMac())) {
-        return true;
-    }
-    if (!request.parsed) {
-        settings->reload();
-        reply(composeAck(message.seqid, settings->getMac(), false));
-        return false;
-    }
-    if (request.command == Command::Assign) {
-        settings->reload();
-        // The tool learns of acceptance before anything is changed.
-        reply(composeAck(message.seqid, settings->getMac(), true));
-        applyAssignment();
-        sleep(kSettleSeconds);
-        return true;
-    }
-    if (request.serverKey == key::kNtpIp) {
+    const std::string& serverKey = decision.request.serverKey;
+    if (serverKey == key::kNtpIp) {
         settings->clearNtpIp();
-    } else if (request.serverKey == key::kSyslogIp) {
+    } else if (serverKey == key::kSyslogIp) {
         settings->clearSyslogIp();
     } else {
         settings->clearNameserver();
     }
     reply(composeAck(message.seqid, settings->getMac(), true));
-    return true;
 }
 
 void MessageDispatcher::reply(const std::string& text) {

@@ -7,12 +7,15 @@
 #include "net/Broadcaster.hpp"
 #include "net/IBroadcasterCallback.hpp"
 #include "protocol/Message.hpp"
+#include "protocol/Request.hpp"
 #include "settings/Settings.hpp"
 
 namespace lcfd {
 
 // "[" + sender + "] Message understood... \n\n" or "] Message not understood... \n\n".
 std::string composeTrace(std::uint32_t senderAddress, bool understood);
+// The same trace appended to `output`.
+void appendTrace(std::string& output, std::uint32_t senderAddress, bool understood);
 
 // The daemon: owns the device settings and the transport, takes every datagram apart,
 // answers it, and traces it on standard output.
@@ -28,13 +31,16 @@ class MessageDispatcher : public IBroadcasterCallback {
     [[noreturn]] void run();
 
   private:
-    bool parseMessage(const std::string& text);
-    bool handleCommand(const std::string& text);
+    Decision parseMessage(const std::string& text);
+    void handleCommand(const Decision& decision);
     void reply(const std::string& text);
     void sendStatus();
     void applyAssignment();
 
     Message message;
+    // Reused for every datagram: its text, and what goes to standard output for it.
+    std::string datagramText;
+    std::string consoleOutput;
     std::unique_ptr<Broadcaster> broadcaster;
     std::unique_ptr<Settings> settings;
 };

@@ -2,7 +2,8 @@
 
 #include <cctype>
 #include <cstdint>
-#include <cstdlib>
+#include <limits>
+#include <utility>
 
 namespace lcfd {
 namespace {
@@ -17,7 +18,7 @@ bool isHexDigit(char c) {
     return std::isxdigit(static_cast<unsigned char>(c)) != 0;
 }
 
-bool isDigitsOnly(const std::string& text) {
+bool isDigitsOnly(std::string_view text) {
     for (const char c : text) {
         if (c < '0' || c > '9') {
             return false;
@@ -26,12 +27,27 @@ bool isDigitsOnly(const std::string& text) {
     return true;
 }
 
-bool isAddressKey(const std::string& key) {
+// The number a run of decimal digits gives when read the way strtol reads it: values past
+// LONG_MAX stay at LONG_MAX, the empty run is 0.
+long decimalValueSaturated(std::string_view digits) {
+    constexpr auto kLongMax = static_cast<unsigned long>(std::numeric_limits<long>::max());
+    unsigned long value = 0;
+    for (const char c : digits) {
+        const auto digit = static_cast<unsigned long>(c - '0');
+        if (value > (kLongMax - digit) / 10) {
+            return std::numeric_limits<long>::max();
+        }
+        value = value * 10 + digit;
+    }
+    return static_cast<long>(value);
+}
+
+bool isAddressKey(std::string_view key) {
     return key == key::kIp || key == key::kNetmask || key == key::kGateway || key == key::kNtpIp ||
            key == key::kSyslogIp || key == key::kNameserver;
 }
 
-std::string& addressField(const std::string& key, Message& message) {
+std::string& addressField(std::string_view key, Message& message) {
     if (key == key::kIp) {
         return message.ip;
     }
@@ -68,12 +84,12 @@ void appendField(std::string& text, const std::string& fieldKey, const std::stri
     text += value;
 }
 
-bool splitAt(const std::string& text, char separator, std::string& head, std::string& rest) {
-    head.clear();
-    rest.clear();
+bool splitAt(std::string_view text, char separator, std::string_view& head,
+             std::string_view& rest) {
     const std::size_t position = text.find(separator);
-    if (position == std::string::npos) {
+    if (position == std::string_view::npos) {
         head = text;
+        rest = std::string_view();
         return false;
     }
     head = text.substr(0, position);
@@ -81,15 +97,28 @@ bool splitAt(const std::string& text, char separator, std::string& head, std::st
     return true;
 }
 
-bool hasNoReservedChars(const std::string& text) {
-    return text.find_first_of(kReservedChars) == std::string::npos;
+bool splitAt(const std::string& text, char separator, std::string& head, std::string& rest) {
+    std::string_view headView;
+    std::string_view restView;
+    const bool found = splitAt(std::string_view(text), separator, headView, restView);
+    // The views point into `text`, which may be `head` or `rest` itself: copy out before
+    // assigning.
+    std::string newHead(headView);
+    std::string newRest(restView);
+    head = std::move(newHead);
+    rest = std::move(newRest);
+    return found;
 }
 
-bool checkHeader(const std::string& header) {
+bool hasNoReservedChars(std::string_view text) {
+    return text.find_first_of(kReservedChars) == std::string_view::npos;
+}
+
+bool checkHeader(std::string_view header) {
     if (header.size() != kHeaderLength) {
         return false;
     }
-    if (header.compare(0, 3, kProtocolTag) != 0) {
+    if (header.substr(0, 3) != kProtocolTag) {
         return false;
     }
     // The version character is read as a number: a digit is its value, anything else (a
@@ -101,9 +130,9 @@ bool checkHeader(const std::string& header) {
     return version - '0' < kFirstRefusedVersion;
 }
 
-bool parseSeqId(const std::string& field, Message& message) {
-    std::string key;
-    std::string value;
+bool parseSeqId(std::string_view field, Message& message) {
+    std::string_view key;
+    std::string_view value;
     splitAt(field, kKeyValueSeparator, key, value);
     if (key != key::kSeqid) {
         return false;
@@ -111,98 +140,91 @@ bool parseSeqId(const std::string& field, Message& message) {
     if (!hasNoReservedChars(value)) {
         return false;
     }
-    message.seqid = value;
+    message.seqid.assign(value);
     return true;
 }
 
-bool parseMac(const std::string& field, Message& message) {
-    std::string key;
-    std::string value;
+bool parseMac(std::string_view field, Message& message) {
+    std::string_view key;
+    std::string_view value;
     splitAt(field, kKeyValueSeparator, key, value);
     if (key == key::kMac) {
         // Only a wrong digit in a well-formed group is caught; groups of another length and
         // whatever follows the sixth group are not looked at.
-        std::string remainder = value;
+        std::string_view remainder = value;
         for (int group = 0; group < kMacGroups; ++group) {
-            std::string head;
-            std::string rest;
-            splitAt(remainder, ':', head, rest);
+            std::string_view head;
+            splitAt(remainder, ':', head, remainder);
             if (head.size() == 2 && (!isHexDigit(head[0]) || !isHexDigit(head[1]))) {
                 return false;
             }
-            remainder = rest;
         }
     }
-    std::string upper = value;
-    for (char& c : upper) {
+    message.mac.assign(value);
+    for (char& c : message.mac) {
         c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     }
-    message.mac = upper;
     return true;
 }
 
-bool parseFieldList(const std::string& text, Message& message) {
-    std::string remainder = text;
+bool parseFieldList(std::string_view text, Message& message) {
+    std::string_view remainder = text;
     for (;;) {
-        std::string head;
-        std::string rest;
-        splitAt(remainder, kFieldSeparator, head, rest);
+        std::string_view head;
+        splitAt(remainder, kFieldSeparator, head, remainder);
         if (head.empty()) {
             return true;  // an empty field ends the list, whatever follows it
         }
         if (!parseField(head, message)) {
             return false;
         }
-        remainder = rest;
     }
 }
 
-bool parseField(const std::string& field, Message& message) {
-    std::string key;
-    std::string value;
+bool parseField(std::string_view field, Message& message) {
+    std::string_view key;
+    std::string_view value;
     splitAt(field, kKeyValueSeparator, key, value);
     if (key.empty() || value.empty()) {
         return false;
     }
     if (isAddressKey(key)) {
         if (isDottedQuad(value)) {
-            addressField(key, message) = value;
+            addressField(key, message).assign(value);
             return true;
         }
         // An ill-formed address is dropped, not refused: it falls through to the generic rule.
     } else if (key == key::kIpScheme) {
         if (value == kSchemeStatic || value == kSchemeDhcp) {
-            message.ipscheme = value;
+            message.ipscheme.assign(value);
             return true;
         }
         return false;
     } else if (key == key::kUtcClock) {
-        message.utcclock = value;
+        message.utcclock.assign(value);
         return true;
     }
     return hasNoReservedChars(key) && hasNoReservedChars(value);
 }
 
-bool isDottedQuad(const std::string& value) {
-    std::string remainder = value;
+bool isDottedQuad(std::string_view value) {
+    std::string_view remainder = value;
     for (int part = 0; part < kAddressParts; ++part) {
-        std::string head;
-        std::string rest;
-        splitAt(remainder, '.', head, rest);
+        std::string_view head;
+        splitAt(remainder, '.', head, remainder);
         if (!isDigitsOnly(head)) {
             return false;
         }
-        // Only the low 32 bits of the converted number are compared, on purpose.
-        const long number = std::strtol(head.c_str(), nullptr, 10);
+        // Only the low 32 bits of the number are compared, on purpose.
+        const long number = decimalValueSaturated(head);
         if (static_cast<std::uint32_t>(number) > kMaxAddressPart) {
             return false;
         }
-        remainder = rest;
     }
     return true;
 }
 
-bool isServerKey(const std::string& text) {
+bool isServerKey(std::string_view text) {
     return text == key::kNtpIp || text == key::kSyslogIp || text == key::kNameserver;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "protocol/Message.hpp"
 
@@ -55,33 +56,37 @@ std::string composeMessageStart(const char* command, const std::string& seqid);
 void appendField(std::string& text, const std::string& fieldKey, const std::string& value);
 
 // The one splitting rule of the protocol: head before the first `separator`, rest after it.
-// Without the separator the head is the whole text. Returns whether it occurred.
+// Without the separator the head is the whole text. Returns whether it occurred. The views
+// point into `text`; the datagram path splits this way so that taking a request apart copies
+// nothing but the values it keeps.
+bool splitAt(std::string_view text, char separator, std::string_view& head, std::string_view& rest);
+// The same rule into texts of their own.
 bool splitAt(const std::string& text, char separator, std::string& head, std::string& rest);
 
 // True when the text holds none of "#", ";" and "=".
-bool hasNoReservedChars(const std::string& text);
+bool hasNoReservedChars(std::string_view text);
 
 // "LCF" and one version character; the version is refused only when it is a digit 3 to 9.
-bool checkHeader(const std::string& header);
+bool checkHeader(std::string_view header);
 
 // "seqid=" + a value free of reserved characters (possibly empty), stored in message.seqid.
-bool parseSeqId(const std::string& field, Message& message);
+bool parseSeqId(std::string_view field, Message& message);
 
 // Stores the value upper-cased in message.mac. Only under the key "mac" are its two-character
 // groups checked for hexadecimal digits.
-bool parseMac(const std::string& field, Message& message);
+bool parseMac(std::string_view field, Message& message);
 
 // The ASSIGN list: fields up to the first empty one, each through parseField.
-bool parseFieldList(const std::string& text, Message& message);
+bool parseFieldList(std::string_view text, Message& message);
 
 // One ASSIGN field: address keys stored when the value is dotted, "ipscheme" STATIC or DHCP
 // only, "utcclock" unchecked, anything else ignored when free of reserved characters.
-bool parseField(const std::string& field, Message& message);
+bool parseField(std::string_view field, Message& message);
 
 // The loose dotted-address check of requests (four digit-only parts, each at most 255).
-bool isDottedQuad(const std::string& value);
+bool isDottedQuad(std::string_view value);
 
 // "ntpip", "syslogip" or "nameserver".
-bool isServerKey(const std::string& text);
+bool isServerKey(std::string_view text);
 
 }  // namespace lcfd

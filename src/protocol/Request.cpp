@@ -4,7 +4,7 @@
 
 namespace lcfd {
 
-Command commandFromWord(const std::string& word) {
+Command commandFromWord(std::string_view word) {
     if (word == word::kQuery) {
         return Command::Query;
     }
@@ -23,15 +23,15 @@ Command commandFromWord(const std::string& word) {
     return Command::Unknown;
 }
 
-Request parseRequest(const std::string& text, Message& message) {
+Request parseRequest(std::string_view text, Message& message) {
     Request request;
-    std::string commandWord;
-    std::string remainder;
+    std::string_view commandWord;
+    std::string_view remainder;
     splitAt(text, kFieldSeparator, commandWord, remainder);
     request.command = commandFromWord(commandWord);
 
-    std::string seqidField;
-    std::string afterSeqid;
+    std::string_view seqidField;
+    std::string_view afterSeqid;
     splitAt(remainder, kFieldSeparator, seqidField, afterSeqid);
     switch (request.command) {
         case Command::Query:
@@ -40,17 +40,17 @@ Request parseRequest(const std::string& text, Message& message) {
             break;
         case Command::Assign:
         case Command::Clear: {
-            std::string macField;
-            std::string last;
+            std::string_view macField;
+            std::string_view last;
             splitAt(afterSeqid, kFieldSeparator, macField, last);
             if (!parseSeqId(seqidField, message) || !parseMac(macField, message)) {
                 break;
             }
             if (request.command == Command::Assign) {
                 request.parsed = parseFieldList(last, message);
-            } else {
-                request.parsed = isServerKey(last);
-                request.serverKey = last;
+            } else if (isServerKey(last)) {
+                request.parsed = true;
+                request.serverKey.assign(last);
             }
             break;
         }
@@ -60,6 +60,46 @@ Request parseRequest(const std::string& text, Message& message) {
             break;
     }
     return request;
+}
+
+Decision decideRequest(std::string_view datagram, Message& message, const std::string& deviceMac) {
+    Decision decision;
+    std::string_view header;
+    std::string_view rest;
+    splitAt(datagram, kFieldSeparator, header, rest);
+    if (!checkHeader(header)) {
+        return decision;  // no field is parsed, nothing is answered
+    }
+    decision.request = parseRequest(rest, message);
+    const Request& request = decision.request;
+    switch (request.command) {
+        case Command::Ack:
+        case Command::Status:
+            decision.understood = true;  // replies, other daemons' or our own
+            return decision;
+        case Command::Unknown:
+            return decision;
+        case Command::Query:
+            decision.understood = request.parsed;
+            if (request.parsed && isAddressedTo(request, message, deviceMac)) {
+                decision.action = Action::SendStatus;
+            }
+            return decision;
+        case Command::Assign:
+        case Command::Clear:
+            break;
+    }
+    if (!isAddressedTo(request, message, deviceMac)) {
+        decision.understood = true;
+        return decision;
+    }
+    if (!request.parsed) {
+        decision.action = Action::Refuse;
+        return decision;
+    }
+    decision.understood = true;
+    decision.action = request.command == Command::Assign ? Action::Assign : Action::Clear;
+    return decision;
 }
 
 std::string composeQuery(const std::string& seqid, const std::string& mac) {

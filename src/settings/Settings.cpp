@@ -37,11 +37,16 @@ std::string cleanText(const std::string& text) {
 }
 
 std::string upperCased(const std::string& text) {
-    std::string upper = text;
-    for (char& byte : upper) {
+    std::string upper;
+    assignUpperCased(upper, text);
+    return upper;
+}
+
+void assignUpperCased(std::string& target, const std::string& text) {
+    target.assign(text);
+    for (char& byte : target) {
         byte = static_cast<char>(std::toupper(static_cast<unsigned char>(byte)));
     }
-    return upper;
 }
 
 bool isValidIpv4(const std::string& text) {
@@ -93,8 +98,9 @@ std::string Settings::getNetmask() const {
 std::string Settings::getGateway() const {
     return gateway;
 }
-std::string Settings::getMac() const {
-    return upperCased(mac);
+const std::string& Settings::getMac() const {
+    assignUpperCased(macUpperCased, mac);
+    return macUpperCased;
 }
 std::string Settings::getNtpIp() const {
     return ntpip;

@@ -11,6 +11,8 @@ namespace lcfd {
 std::string cleanText(const std::string& text);
 // Passes every byte through toupper (the daemon never changes the locale).
 std::string upperCased(const std::string& text);
+// The same, into `target`, reusing its storage.
+void assignUpperCased(std::string& target, const std::string& text);
 // Four decimal numbers 0..255 separated by dots and nothing else (inet_pton, AF_INET).
 bool isValidIpv4(const std::string& text);
 
@@ -58,7 +60,9 @@ class Settings {
     std::string getIp() const;
     std::string getNetmask() const;
     std::string getGateway() const;
-    std::string getMac() const;
+    // Valid until the next call: the upper-cased text is kept in storage of its own, so that
+    // comparing every request's MAC address with the device's allocates nothing.
+    const std::string& getMac() const;
     std::string getNtpIp() const;
     std::string getController() const;
     std::string getSyslogIp() const;
@@ -158,6 +162,7 @@ class Settings {
     std::string displaytime;
     std::unique_ptr<Settings> snapshot;
     ControllerType controllerType;
+    mutable std::string macUpperCased;  // getMac's result, not a value of the device
 };
 
 }  // namespace lcfd
