@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "protocol/Message.hpp"
@@ -119,6 +120,63 @@ TEST(SplitAt, SplitsOnTheGivenCharacterOnly) {
     EXPECT_FALSE(result.found);
     EXPECT_EQ(result.head, "10.0.0.5");
     EXPECT_EQ(result.rest, "");
+}
+
+TEST(SplitAt, ViewsPointIntoTheText) {
+    const std::string text = "key=value=more";
+    std::string_view head;
+    std::string_view rest;
+    EXPECT_TRUE(splitAt(std::string_view(text), '=', head, rest));
+    EXPECT_EQ(head, "key");
+    EXPECT_EQ(rest, "value=more");
+    EXPECT_EQ(head.data(), text.data());
+    EXPECT_EQ(rest.data(), text.data() + 4);
+}
+
+TEST(SplitAt, ViewOfTheRestCanBeSplitInPlace) {
+    std::string_view remainder = "a:b:c";
+    std::string_view head;
+    EXPECT_TRUE(splitAt(remainder, ':', head, remainder));
+    EXPECT_EQ(head, "a");
+    EXPECT_EQ(remainder, "b:c");
+    EXPECT_TRUE(splitAt(remainder, ':', head, remainder));
+    EXPECT_EQ(head, "b");
+    EXPECT_EQ(remainder, "c");
+    EXPECT_FALSE(splitAt(remainder, ':', head, remainder));
+    EXPECT_EQ(head, "c");
+    EXPECT_EQ(remainder, "");
+}
+
+// The text form may be handed its own output as input.
+TEST(SplitAt, TextCanBeSplitIntoItself) {
+    std::string remainder = "a#b#c";
+    std::string head;
+    EXPECT_TRUE(splitAt(remainder, '#', head, remainder));
+    EXPECT_EQ(head, "a");
+    EXPECT_EQ(remainder, "b#c");
+    std::string rest;
+    EXPECT_TRUE(splitAt(remainder, '#', remainder, rest));
+    EXPECT_EQ(remainder, "b");
+    EXPECT_EQ(rest, "c");
+}
+
+// ---- the Message record ----
+
+TEST(MessageRecord, ResetEmptiesEveryField) {
+    Message message;
+    for (std::string* field :
+         {&message.mac, &message.ipscheme, &message.gateway, &message.unusedField1,
+          &message.unusedField2, &message.syslogip, &message.nameserver, &message.ntpip,
+          &message.ip, &message.netmask, &message.seqid, &message.utcclock}) {
+        *field = std::string(40, 'x');
+    }
+    message.reset();
+    for (const std::string* field :
+         {&message.mac, &message.ipscheme, &message.gateway, &message.unusedField1,
+          &message.unusedField2, &message.syslogip, &message.nameserver, &message.ntpip,
+          &message.ip, &message.netmask, &message.seqid, &message.utcclock}) {
+        EXPECT_EQ(*field, "");
+    }
 }
 
 // ---- hasNoReservedChars ----
@@ -573,6 +631,16 @@ TEST(IsDottedQuad, PartIsComparedByItsLow32Bits) {
     EXPECT_TRUE(isDottedQuad("1.2.3.4294967551"));   // 2^32 + 255
     EXPECT_FALSE(isDottedQuad("1.2.3.4294967552"));  // 2^32 + 256
     EXPECT_TRUE(isDottedQuad("4294967296.0.0.0"));
+}
+
+// A part too long for a long stays at the largest long, whose low 32 bits are all ones.
+TEST(IsDottedQuad, PartBeyondTheLargestLongIsRefused) {
+    EXPECT_FALSE(isDottedQuad("1.2.3.9223372036854775807"));   // 2^63 - 1
+    EXPECT_FALSE(isDottedQuad("1.2.3.9223372036854775808"));   // one more: saturates
+    EXPECT_FALSE(isDottedQuad("1.2.3.18446744073709551616"));  // 2^64: still saturated
+    EXPECT_FALSE(isDottedQuad("1.2.3.000000000000000000000000000009223372036854775808"));
+    EXPECT_TRUE(isDottedQuad("1.2.3.000000000000000000000000000000000000000000000000000255"));
+    EXPECT_TRUE(isDottedQuad("1.2.3.9223372032559808512"));  // 2^63 - 2^32: low bits 0
 }
 
 TEST(IsDottedQuad, PartAbove255IsRefused) {

@@ -205,5 +205,15 @@ TEST(ComposeTrace, LowestAndHighestAddresses) {
     EXPECT_EQ(composeTrace(0xFFFFFFFFu, true), "[255.255.255.255] Message understood... \n\n");
 }
 
+TEST(AppendTrace, AppendsAfterWhatIsAlreadyThere) {
+    std::string output = "LCF2#QUERY#seqid=17\n";
+    appendTrace(output, networkOrderAddress(192, 168, 1, 50), true);
+    EXPECT_EQ(output, "LCF2#QUERY#seqid=17\n[192.168.1.50] Message understood... \n\n");
+    appendTrace(output, networkOrderAddress(10, 0, 0, 1), false);
+    EXPECT_EQ(output,
+              "LCF2#QUERY#seqid=17\n[192.168.1.50] Message understood... \n\n"
+              "[10.0.0.1] Message not understood... \n\n");
+}
+
 }  // namespace
 }  // namespace lcfd

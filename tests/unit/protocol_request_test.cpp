@@ -328,5 +328,78 @@ TEST(ParseClear, LowerCaseMacIsUpperCasedBeforeAddressing) {
     EXPECT_TRUE(isAddressedTo(read.request, read.message, kDeviceMac));
 }
 
+// ---- the dispatcher's decision ----
+
+struct DecisionCase {
+    const char* datagram;
+    bool understood;
+    Action action;
+};
+
+// Every way a datagram can end, for a device with MAC address kDeviceMac.
+TEST(DecideRequest, VerdictAndActionForEveryKindOfDatagram) {
+    const DecisionCase cases[] = {
+        {"LCF9#QUERY#seqid=1", false, Action::None},
+        {"hello", false, Action::None},
+        {"LCF2#STATUS#seqid=1#mac=00:1A:2B:3C:4D:5F", true, Action::None},
+        {"LCF2#ACK#seqid=1#mac=00:1A:2B:3C:4D:5E#accept=yes", true, Action::None},
+        {"LCF2#query#seqid=1", false, Action::None},
+        {"LCF2#QUERY#seqid=1", true, Action::SendStatus},
+        {"LCF2#QUERY#seqid=1#mac=00:1a:2b:3c:4d:5e", true, Action::SendStatus},
+        {"LCF2#QUERY#seqid=1#mac=00:1A:2B:3C:4D:5F", true, Action::None},
+        {"LCF2#QUERY#seqid=a;b", false, Action::None},
+        {"LCF2#ASSIGN#seqid=2#mac=00:1A:2B:3C:4D:5E#ip=10.0.0.5", true, Action::Assign},
+        {"LCF2#ASSIGN#seqid=2#mac=00:1A:2B:3C:4D:5F#ip=10.0.0.5", true, Action::None},
+        {"LCF2#ASSIGN#seqid=2#mac=00:1A:2B:3C:4D:5E#ipscheme=AUTO", false, Action::Refuse},
+        {"LCF2#ASSIGN#seqid=2#mac=00:1A:2B:3C:4D:5F#ipscheme=AUTO", true, Action::None},
+        {"LCF2#CLEAR#seqid=3#mac=00:1A:2B:3C:4D:5E#ntpip", true, Action::Clear},
+        {"LCF2#CLEAR#seqid=3#mac=00:1A:2B:3C:4D:5E#dns", false, Action::Refuse},
+        {"LCF2#CLEAR#seqid=3#mac=00:1A:2B:3C:4D:5F#dns", true, Action::None},
+    };
+    for (const DecisionCase& each : cases) {
+        Message message;
+        const Decision decision = decideRequest(each.datagram, message, kDeviceMac);
+        EXPECT_EQ(decision.understood, each.understood) << each.datagram;
+        EXPECT_EQ(decision.action, each.action) << each.datagram;
+    }
+}
+
+TEST(DecideRequest, FieldsAreReadIntoTheMessage) {
+    Message message;
+    const Decision decision =
+        decideRequest("LCF2#CLEAR#seqid=77#mac=00:1a:2b:3c:4d:5e#syslogip", message, kDeviceMac);
+    EXPECT_EQ(decision.request.command, Command::Clear);
+    EXPECT_TRUE(decision.request.parsed);
+    EXPECT_EQ(decision.request.serverKey, "syslogip");
+    EXPECT_EQ(message.seqid, "77");
+    EXPECT_EQ(message.mac, "00:1A:2B:3C:4D:5E");
+}
+
+// A refused header leaves every field as the reset left it.
+TEST(DecideRequest, RefusedHeaderParsesNothing) {
+    Message message;
+    decideRequest("LCF3#QUERY#seqid=1#mac=00:1A:2B:3C:4D:5E", message, kDeviceMac);
+    EXPECT_TRUE(isEmpty(message));
+}
+
+// A failed ASSIGN or CLEAR whose MAC address was never reached is answered by a device whose
+// own MAC address is unknown (empty).
+TEST(DecideRequest, DeviceWithoutMacRefusesRequestsWhoseMacWasNotReached) {
+    Message message;
+    const Decision decision =
+        decideRequest("LCF2#ASSIGN#seqid=a=b#mac=00:1A:2B:3C:4D:5E#ip=10.0.0.5", message, "");
+    EXPECT_FALSE(decision.understood);
+    EXPECT_EQ(decision.action, Action::Refuse);
+}
+
+// An unparsed CLEAR keeps no server key.
+TEST(DecideRequest, UnparsedClearHasNoServerKey) {
+    Message message;
+    const Decision decision =
+        decideRequest("LCF2#CLEAR#seqid=3#mac=00:1A:2B:3C:4D:5E#gateway", message, kDeviceMac);
+    EXPECT_FALSE(decision.request.parsed);
+    EXPECT_EQ(decision.request.serverKey, "");
+}
+
 }  // namespace
 }  // namespace lcfd

@@ -158,6 +158,17 @@ TEST(SettingsGetters, GetMacUpperCasesWithoutCleaning) {
     EXPECT_EQ(settings.macRef(), "\t00:aa\r");
 }
 
+TEST(SettingsGetters, GetMacFollowsEveryChangeOfTheMac) {
+    Settings settings;
+    settings.setMac("00:1a:2b:3c:4d:5e");
+    const std::string& mac = settings.getMac();
+    EXPECT_EQ(mac, "00:1A:2B:3C:4D:5E");
+    settings.setMac("0a:0b");
+    EXPECT_EQ(settings.getMac(), "0A:0B");
+    settings.setMac("");
+    EXPECT_EQ(settings.getMac(), "");
+}
+
 TEST(SettingsGetters, GetMac1AndGetMac2CleanThenUpperCase) {
     Settings settings;
     settings.setMac1("00:1a:2b:3c:4d:5f\n");
