@@ -83,6 +83,8 @@ is_ipv4() {
 #   big         print one line of 1 MiB
 #   missing     behave like a command the shell cannot find (status 127)
 #   print TEXT  print TEXT and a line feed instead of the real answer
+#   fail TEXT   print TEXT and a line feed, then exit 1 (an answer that says
+#               nothing of the failure)
 #   delay SECS  wait, then behave normally
 sim_fault() {
     for sim_k; do
@@ -116,6 +118,10 @@ sim_fault() {
         print)
             printf '%s\n' "$sim_arg"
             exit 0
+            ;;
+        fail)
+            printf '%s\n' "$sim_arg"
+            exit 1
             ;;
         delay)
             sleep "${sim_arg:-1}"

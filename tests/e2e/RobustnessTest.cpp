@@ -186,10 +186,13 @@ TEST(Robustness, MisbehavingDeviceToolsLeaveTheDaemonServing) {
     sb.setFault(1, "tarnsetup.gettimeserver", "big");
     sb.setFault(1, "tarnsetup.getsyslogserver", "garbage");
     // imx: ntpq missing (the shell says so on the daemon's standard error), a
-    // version tool that fails silently, an SD card tool that says No.
+    // version tool that fails silently, an SD card tool that says No, and a
+    // name server tool that prints an address but exits 1: only the output
+    // counts, so the address is taken.
     sb.setFault(2, "ntpq", "missing");
     sb.setFault(2, "tarnsetup.getsdkversion", "exit 2");
     sb.setFault(2, "tarnsetup.sdcard", "print No card");
+    sb.setFault(2, "tarnsetup.getnameserver", "fail 198.18.255.99");
     const std::string rubbish = "\xfe\xff\x01garbage\x1b[0m~%s\\n";
     const auto started = Clock::now();
     EXPECT_EQ(queryFor(tool, "11", 1), statusReply("11", 1, "arm9",
@@ -198,9 +201,11 @@ TEST(Robustness, MisbehavingDeviceToolsLeaveTheDaemonServing) {
                                                     {"syslogip", rubbish},
                                                     {"nameserver", rubbish}}));
     EXPECT_LT(Seconds(Clock::now() - started).count(), 5.0);
-    EXPECT_EQ(
-        queryFor(tool, "12", 2),
-        statusReply("12", 2, "imx", {{"ntpsync", "no"}, {"sdkversion", ""}, {"sdusage", "n/a"}}));
+    EXPECT_EQ(queryFor(tool, "12", 2), statusReply("12", 2, "imx",
+                                                   {{"ntpsync", "no"},
+                                                    {"sdkversion", ""},
+                                                    {"sdusage", "n/a"},
+                                                    {"nameserver", "198.18.255.99"}}));
     EXPECT_TRUE(sb.waitErr(2, "\n", Seconds(5)));
     EXPECT_EQ(sb.err(2), "sh: 1: ntpq: not found\n");
     EXPECT_EQ(sb.err(1), "");
@@ -211,7 +216,8 @@ TEST(Robustness, MisbehavingDeviceToolsLeaveTheDaemonServing) {
                               "tarnsetup.getsyslogserver"}) {
         ASSERT_EQ(std::remove((sb.dir(1) + "/fault/" + fault).c_str()), 0) << fault;
     }
-    for (const char* fault : {"ntpq", "tarnsetup.getsdkversion", "tarnsetup.sdcard"}) {
+    for (const char* fault :
+         {"ntpq", "tarnsetup.getsdkversion", "tarnsetup.sdcard", "tarnsetup.getnameserver"}) {
         ASSERT_EQ(std::remove((sb.dir(2) + "/fault/" + fault).c_str()), 0) << fault;
     }
     // A write tool that fails during an ASSIGN: the ACK is out first, the
