@@ -74,8 +74,8 @@ void MessageDispatcher::onMessage(const char* data, std::int64_t length,
     writeToStandardOutput(consoleOutput);
 }
 
-Decision MessageDispatcher::parseMessage(const std::string& datagram) {
-    return decideRequest(datagram, message, settings->getMac());
+Decision MessageDispatcher::parseMessage(const std::string& text) {
+    return decideRequest(text, message, settings->getMac());
 }
 
 void MessageDispatcher::handleCommand(const Decision& decision) {

@@ -84,30 +84,28 @@ void appendField(std::string& text, const std::string& fieldKey, const std::stri
     text += value;
 }
 
-bool splitAt(std::string_view text, char separator, std::string_view& head,
-             std::string_view& rest) {
+TextSplit splitView(std::string_view text, char separator) {
+    TextSplit split;
     const std::size_t position = text.find(separator);
     if (position == std::string_view::npos) {
-        head = text;
-        rest = std::string_view();
-        return false;
+        split.head = text;
+        return split;
     }
-    head = text.substr(0, position);
-    rest = text.substr(position + 1);
-    return true;
+    split.head = text.substr(0, position);
+    split.rest = text.substr(position + 1);
+    split.found = true;
+    return split;
 }
 
 bool splitAt(const std::string& text, char separator, std::string& head, std::string& rest) {
-    std::string_view headView;
-    std::string_view restView;
-    const bool found = splitAt(std::string_view(text), separator, headView, restView);
+    const TextSplit split = splitView(text, separator);
     // The views point into `text`, which may be `head` or `rest` itself: copy out before
     // assigning.
-    std::string newHead(headView);
-    std::string newRest(restView);
+    std::string newHead(split.head);
+    std::string newRest(split.rest);
     head = std::move(newHead);
     rest = std::move(newRest);
-    return found;
+    return split.found;
 }
 
 bool hasNoReservedChars(std::string_view text) {
@@ -131,31 +129,29 @@ bool checkHeader(std::string_view header) {
 }
 
 bool parseSeqId(std::string_view field, Message& message) {
-    std::string_view key;
-    std::string_view value;
-    splitAt(field, kKeyValueSeparator, key, value);
-    if (key != key::kSeqid) {
+    const TextSplit keyAndValue = splitView(field, kKeyValueSeparator);
+    if (keyAndValue.head != key::kSeqid) {
         return false;
     }
-    if (!hasNoReservedChars(value)) {
+    if (!hasNoReservedChars(keyAndValue.rest)) {
         return false;
     }
-    message.seqid.assign(value);
+    message.seqid.assign(keyAndValue.rest);
     return true;
 }
 
 bool parseMac(std::string_view field, Message& message) {
-    std::string_view key;
-    std::string_view value;
-    splitAt(field, kKeyValueSeparator, key, value);
-    if (key == key::kMac) {
+    const TextSplit keyAndValue = splitView(field, kKeyValueSeparator);
+    const std::string_view value = keyAndValue.rest;
+    if (keyAndValue.head == key::kMac) {
         // Only a wrong digit in a well-formed group is caught; groups of another length and
         // whatever follows the sixth group are not looked at.
         std::string_view remainder = value;
         for (int group = 0; group < kMacGroups; ++group) {
-            std::string_view head;
-            splitAt(remainder, ':', head, remainder);
-            if (head.size() == 2 && (!isHexDigit(head[0]) || !isHexDigit(head[1]))) {
+            const TextSplit split = splitView(remainder, ':');
+            remainder = split.rest;
+            const std::string_view groupText = split.head;
+            if (groupText.size() == 2 && (!isHexDigit(groupText[0]) || !isHexDigit(groupText[1]))) {
                 return false;
             }
         }
@@ -170,21 +166,21 @@ bool parseMac(std::string_view field, Message& message) {
 bool parseFieldList(std::string_view text, Message& message) {
     std::string_view remainder = text;
     for (;;) {
-        std::string_view head;
-        splitAt(remainder, kFieldSeparator, head, remainder);
-        if (head.empty()) {
+        const TextSplit field = splitView(remainder, kFieldSeparator);
+        remainder = field.rest;
+        if (field.head.empty()) {
             return true;  // an empty field ends the list, whatever follows it
         }
-        if (!parseField(head, message)) {
+        if (!parseField(field.head, message)) {
             return false;
         }
     }
 }
 
 bool parseField(std::string_view field, Message& message) {
-    std::string_view key;
-    std::string_view value;
-    splitAt(field, kKeyValueSeparator, key, value);
+    const TextSplit keyAndValue = splitView(field, kKeyValueSeparator);
+    const std::string_view key = keyAndValue.head;
+    const std::string_view value = keyAndValue.rest;
     if (key.empty() || value.empty()) {
         return false;
     }
@@ -210,13 +206,13 @@ bool parseField(std::string_view field, Message& message) {
 bool isDottedQuad(std::string_view value) {
     std::string_view remainder = value;
     for (int part = 0; part < kAddressParts; ++part) {
-        std::string_view head;
-        splitAt(remainder, '.', head, remainder);
-        if (!isDigitsOnly(head)) {
+        const TextSplit addressPart = splitView(remainder, '.');
+        remainder = addressPart.rest;
+        if (!isDigitsOnly(addressPart.head)) {
             return false;
         }
         // Only the low 32 bits of the number are compared, on purpose.
-        const long number = decimalValueSaturated(head);
+        const long number = decimalValueSaturated(addressPart.head);
         if (static_cast<std::uint32_t>(number) > kMaxAddressPart) {
             return false;
         }

@@ -56,12 +56,17 @@ std::string composeMessageStart(const char* command, const std::string& seqid);
 void appendField(std::string& text, const std::string& fieldKey, const std::string& value);
 
 // The one splitting rule of the protocol: head before the first `separator`, rest after it.
-// Without the separator the head is the whole text. Returns whether it occurred. The views
-// point into `text`; the datagram path splits this way so that taking a request apart copies
-// nothing but the values it keeps.
-bool splitAt(std::string_view text, char separator, std::string_view& head, std::string_view& rest);
-// The same rule into texts of their own.
+// Without the separator the head is the whole text. Returns whether it occurred.
 bool splitAt(const std::string& text, char separator, std::string& head, std::string& rest);
+
+// The same rule as views into `text`: the datagram path splits this way, so that taking a
+// request apart copies nothing but the values it keeps.
+struct TextSplit {
+    std::string_view head;
+    std::string_view rest;
+    bool found = false;
+};
+TextSplit splitView(std::string_view text, char separator);
 
 // True when the text holds none of "#", ";" and "=".
 bool hasNoReservedChars(std::string_view text);

@@ -25,14 +25,12 @@ Command commandFromWord(std::string_view word) {
 
 Request parseRequest(std::string_view text, Message& message) {
     Request request;
-    std::string_view commandWord;
-    std::string_view remainder;
-    splitAt(text, kFieldSeparator, commandWord, remainder);
-    request.command = commandFromWord(commandWord);
+    const TextSplit commandAndRemainder = splitView(text, kFieldSeparator);
+    request.command = commandFromWord(commandAndRemainder.head);
 
-    std::string_view seqidField;
-    std::string_view afterSeqid;
-    splitAt(remainder, kFieldSeparator, seqidField, afterSeqid);
+    const TextSplit seqidAndAfter = splitView(commandAndRemainder.rest, kFieldSeparator);
+    const std::string_view seqidField = seqidAndAfter.head;
+    const std::string_view afterSeqid = seqidAndAfter.rest;
     switch (request.command) {
         case Command::Query:
             // Everything after the seqid field is the MAC field, so nothing may follow it.
@@ -40,10 +38,9 @@ Request parseRequest(std::string_view text, Message& message) {
             break;
         case Command::Assign:
         case Command::Clear: {
-            std::string_view macField;
-            std::string_view last;
-            splitAt(afterSeqid, kFieldSeparator, macField, last);
-            if (!parseSeqId(seqidField, message) || !parseMac(macField, message)) {
+            const TextSplit macAndLast = splitView(afterSeqid, kFieldSeparator);
+            const std::string_view last = macAndLast.rest;
+            if (!parseSeqId(seqidField, message) || !parseMac(macAndLast.head, message)) {
                 break;
             }
             if (request.command == Command::Assign) {
@@ -64,13 +61,11 @@ Request parseRequest(std::string_view text, Message& message) {
 
 Decision decideRequest(std::string_view datagram, Message& message, const std::string& deviceMac) {
     Decision decision;
-    std::string_view header;
-    std::string_view rest;
-    splitAt(datagram, kFieldSeparator, header, rest);
-    if (!checkHeader(header)) {
+    const TextSplit headerAndRest = splitView(datagram, kFieldSeparator);
+    if (!checkHeader(headerAndRest.head)) {
         return decision;  // no field is parsed, nothing is answered
     }
-    decision.request = parseRequest(rest, message);
+    decision.request = parseRequest(headerAndRest.rest, message);
     const Request& request = decision.request;
     switch (request.command) {
         case Command::Ack:

@@ -122,29 +122,24 @@ TEST(SplitAt, SplitsOnTheGivenCharacterOnly) {
     EXPECT_EQ(result.rest, "");
 }
 
-TEST(SplitAt, ViewsPointIntoTheText) {
+TEST(SplitView, ViewsPointIntoTheText) {
     const std::string text = "key=value=more";
-    std::string_view head;
-    std::string_view rest;
-    EXPECT_TRUE(splitAt(std::string_view(text), '=', head, rest));
-    EXPECT_EQ(head, "key");
-    EXPECT_EQ(rest, "value=more");
-    EXPECT_EQ(head.data(), text.data());
-    EXPECT_EQ(rest.data(), text.data() + 4);
+    const TextSplit split = splitView(text, '=');
+    EXPECT_TRUE(split.found);
+    EXPECT_EQ(split.head, "key");
+    EXPECT_EQ(split.rest, "value=more");
+    EXPECT_EQ(split.head.data(), text.data());
+    EXPECT_EQ(split.rest.data(), text.data() + 4);
 }
 
-TEST(SplitAt, ViewOfTheRestCanBeSplitInPlace) {
-    std::string_view remainder = "a:b:c";
-    std::string_view head;
-    EXPECT_TRUE(splitAt(remainder, ':', head, remainder));
-    EXPECT_EQ(head, "a");
-    EXPECT_EQ(remainder, "b:c");
-    EXPECT_TRUE(splitAt(remainder, ':', head, remainder));
-    EXPECT_EQ(head, "b");
-    EXPECT_EQ(remainder, "c");
-    EXPECT_FALSE(splitAt(remainder, ':', head, remainder));
-    EXPECT_EQ(head, "c");
-    EXPECT_EQ(remainder, "");
+TEST(SplitView, FollowsTheSplittingRule) {
+    for (const char* text : {"", "abc", "a#", "#a", "#", "a##b", "10.0.0.5"}) {
+        const SplitResult expected = split(text, '#');
+        const TextSplit actual = splitView(text, '#');
+        EXPECT_EQ(actual.found, expected.found) << text;
+        EXPECT_EQ(actual.head, expected.head) << text;
+        EXPECT_EQ(actual.rest, expected.rest) << text;
+    }
 }
 
 // The text form may be handed its own output as input.
