@@ -11,7 +11,10 @@ the clang-tidy version, the configuration files, the compile command and the pre
 source (every header it includes, system ones too), so an unchanged unit is not analysed
 again. A unit with findings is never cached. --no-cache analyses everything.
 
-Usage: run-clang-tidy.py -p BUILD_DIR [-j N] [--cache DIR | --no-cache]
+--dirs limits the analysis to the units under the named top directories (tests/unit and
+tests/e2e name parts of tests/).
+
+Usage: run-clang-tidy.py -p BUILD_DIR [-j N] [--cache DIR | --no-cache] [--dirs DIR...]
 """
 
 import argparse
@@ -52,7 +55,7 @@ def compile_args(entry):
     return out
 
 
-def project_units(build_dir):
+def project_units(build_dir, dirs):
     database = json.loads((build_dir / "compile_commands.json").read_text())
     units = {}
     for entry in database:
@@ -62,6 +65,8 @@ def project_units(build_dir):
         except ValueError:
             continue
         if relative.parts[0] not in PROJECT_DIRS or path in units:
+            continue
+        if not any(relative.as_posix().startswith(d.rstrip("/") + "/") for d in dirs):
             continue
         units[path] = entry
     return units
@@ -117,10 +122,11 @@ def main():
         "lcfd" / "clang-tidy"
     parser.add_argument("--cache", type=Path, default=default_cache)
     parser.add_argument("--no-cache", action="store_true")
+    parser.add_argument("--dirs", nargs="+", default=list(PROJECT_DIRS))
     args = parser.parse_args()
 
     build_dir = args.build_dir.resolve()
-    units = project_units(build_dir)
+    units = project_units(build_dir, args.dirs)
     if not units:
         print("run-clang-tidy: no project sources in %s/compile_commands.json" % build_dir,
               file=sys.stderr)
