@@ -50,10 +50,19 @@ std::string dotted(const std::string& b, std::size_t at) {
     return text;
 }
 
+std::string& chosenLcfdBinary() {
+    static std::string path = LCFD_BINARY;
+    return path;
+}
+
 }  // namespace
 
 std::string lcfdBinary() {
-    return LCFD_BINARY;
+    return chosenLcfdBinary();
+}
+
+void useLcfdBinary(const std::string& path) {
+    chosenLcfdBinary() = path;
 }
 
 std::string sourceDir() {

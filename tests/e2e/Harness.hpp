@@ -21,7 +21,10 @@ inline constexpr std::uint16_t kPort = 7217;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
+// The lcfd program every Sandbox runs: the one built with the tests, unless a tool (the load
+// tool measuring an older build, say) chose another before its first Sandbox.
 std::string lcfdBinary();
+void useLcfdBinary(const std::string& path);
 std::string sourceDir();
 bool runningAsRoot();
 
