@@ -190,6 +190,7 @@ struct Memory {
     long rssKiB = -1;
     long anonKiB = -1;  // the part of VmRSS that is the process's own (heap, stack, data)
     long pssKiB = -1;
+    long pssAnonKiB = -1;  // the process's own pages, whoever else maps its libraries
 };
 
 Memory memoryOf(int pid) {
@@ -198,6 +199,7 @@ Memory memoryOf(int pid) {
     m.rssKiB = procKiB(base + "/status", "VmRSS").value_or(-1);
     m.anonKiB = procKiB(base + "/status", "RssAnon").value_or(-1);
     m.pssKiB = procKiB(base + "/smaps_rollup", "Pss").value_or(-1);
+    m.pssAnonKiB = procKiB(base + "/smaps_rollup", "Pss_Anon").value_or(-1);
     return m;
 }
 
@@ -900,6 +902,14 @@ bool LoadRun::deviceReplay() {
     if (queryLines_.empty() || wallPerQuery_ <= 0) {
         return false;
     }
+    // One round of the lines takes about a QUERY's wall time; fewer rounds when the time
+    // limit is near, but never under ten.
+    std::size_t replays = options_.replays;
+    const double left = Seconds(deadline_ - Clock::now()).count();
+    if (left < static_cast<double>(replays) * wallPerQuery_) {
+        replays = std::max<std::size_t>(10, static_cast<std::size_t>(left / wallPerQuery_));
+        replays = std::min(replays, options_.replays);
+    }
     const std::string proc = "/proc/" + std::to_string(pid_);
     const std::string environ = e2e::readFile(proc + "/environ");
     const std::string cwd = sb_.dir(1);
@@ -931,7 +941,7 @@ bool LoadRun::deviceReplay() {
         clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &cpu0);
         const auto start = Clock::now();
         std::size_t answered = 0;
-        for (std::size_t r = 0; r < options_.replays; ++r) {
+        for (std::size_t r = 0; r < replays; ++r) {
             for (const std::string& line : queryLines_) {
                 std::FILE* pipe = popen(line.c_str(), "r");  // NOLINT(cert-env33-c)
                 if (pipe == nullptr) {
@@ -995,14 +1005,18 @@ bool LoadRun::deviceReplay() {
     double total = 0;
     double own = 0;
     figures >> total >> own;
-    const double perQuery = total / static_cast<double>(options_.replays);
+    const double perQuery = total / static_cast<double>(replays);
     report_.add(
         "query.device_ms", "QUERY: device commands' own time (sh -c replay)",
         fixed(perQuery * 1e3, 2) + " ms (" + fixed(perQuery / wallPerQuery_ * 100, 1) + " %)");
     // What popen itself costs its caller, children excluded: the part of the daemon's own
     // CPU time that any program running these lines this way would spend.
     report_.add("query.replay_own_ms", "QUERY: the replay loop's own CPU (popen, pipe, wait)",
-                fixed(own / static_cast<double>(options_.replays) * 1e3, 3) + " ms");
+                fixed(own / static_cast<double>(replays) * 1e3, 3) + " ms");
+    if (replays < options_.replays) {
+        report_.note("device replay: " + std::to_string(replays) + " of " +
+                     std::to_string(options_.replays) + " rounds (time limit)");
+    }
     return true;
 }
 
@@ -1096,14 +1110,16 @@ int main(int argc, char** argv) {
                    kib(run.afterQueries.rssKiB) + " / " + kib(run.afterQueries.pssKiB));
         const auto readings = static_cast<double>(run.timedQueries);
         if (run.timedQueries > 0 && run.afterWarmup.rssKiB > 0 && run.afterQueries.rssKiB > 0) {
-            const double rssBytes =
-                static_cast<double>(run.afterQueries.rssKiB - run.afterWarmup.rssKiB) * 1024.0 /
-                readings;
-            const double pssBytes =
-                static_cast<double>(run.afterQueries.pssKiB - run.afterWarmup.pssKiB) * 1024.0 /
-                readings;
-            report.add("mem.per_reading", "memory kept per reading: VmRSS / Pss growth",
-                       fixed(rssBytes, 0) + " / " + fixed(pssBytes, 0) + " bytes",
+            auto perReading = [&](long Memory::*field) {
+                return fixed(static_cast<double>(run.afterQueries.*field - run.afterWarmup.*field) *
+                                 1024.0 / readings,
+                             0);
+            };
+            // Pss moves with every other process that maps the same libraries; Pss_Anon
+            // is the daemon's own heap alone.
+            report.add("mem.per_reading", "memory kept per reading: VmRSS / Pss / Pss_Anon growth",
+                       perReading(&Memory::rssKiB) + " / " + perReading(&Memory::pssKiB) + " / " +
+                           perReading(&Memory::pssAnonKiB) + " bytes",
                        "~1112 (valgrind)", std::nullopt);
         }
     }
