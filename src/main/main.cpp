@@ -5,9 +5,19 @@
 #include "net/Version.hpp"
 #include "protocol/MessageDispatcher.hpp"
 
+namespace {
+
+// Standard output's buffer is the program's own, so that line buffering works the same
+// however the daemon is started (a launcher's preload can leave stdout unbuffered, with a
+// one-byte buffer that splits every write), and a datagram's echo and trace leave in one
+// write. It holds any datagram's echo and trace.
+char standardOutputBuffer[4096];
+
+}  // namespace
+
 int main(int argc, char** argv) {
     // Each line reaches a pipe or the journal as soon as it is written.
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    std::setvbuf(stdout, standardOutputBuffer, _IOLBF, sizeof standardOutputBuffer);
 
     if (argc != 1) {
         if (argc > 1 && std::strcmp(argv[1], "--version") == 0) {
