@@ -124,12 +124,12 @@ TEST(SplitAt, SplitsOnTheGivenCharacterOnly) {
 
 TEST(SplitView, ViewsPointIntoTheText) {
     const std::string text = "key=value=more";
-    const TextSplit split = splitView(text, '=');
-    EXPECT_TRUE(split.found);
-    EXPECT_EQ(split.head, "key");
-    EXPECT_EQ(split.rest, "value=more");
-    EXPECT_EQ(split.head.data(), text.data());
-    EXPECT_EQ(split.rest.data(), text.data() + 4);
+    const TextSplit parts = splitView(text, '=');
+    EXPECT_TRUE(parts.found);
+    EXPECT_EQ(parts.head, "key");
+    EXPECT_EQ(parts.rest, "value=more");
+    EXPECT_EQ(parts.head.data(), text.data());
+    EXPECT_EQ(parts.rest.data(), text.data() + 4);
 }
 
 TEST(SplitView, FollowsTheSplittingRule) {
