@@ -38,7 +38,6 @@ void appendTrace(std::string& output, std::uint32_t senderAddress, bool understo
 }
 
 MessageDispatcher::MessageDispatcher(std::uint16_t port) : settings(std::make_unique<Settings>()) {
-    datagramText.reserve(kReceiveBufferSize);
     consoleOutput.reserve(kReceiveBufferSize + kLongestTraceLine);
     // The device is read before any socket exists.
     settings->reload();
@@ -58,11 +57,12 @@ void MessageDispatcher::run() {
 void MessageDispatcher::onMessage(const char* data, std::int64_t length,
                                   std::uint32_t senderAddress) {
     message.reset();
-    // Every byte is kept as it came, zero bytes included.
-    datagramText.assign(data, static_cast<std::size_t>(length));
-    consoleOutput.assign(datagramText);
+    // Every byte is kept as it came, zero bytes included; the request is read from the
+    // received bytes themselves.
+    const std::string_view text(data, static_cast<std::size_t>(length));
+    consoleOutput.assign(text);
     consoleOutput += '\n';
-    const Decision decision = parseMessage(datagramText);
+    const Decision decision = parseMessage(text);
     if (decision.action != Action::None) {
         // The device is read or changed next, and that prints: the text goes out first.
         writeToStandardOutput(consoleOutput);
@@ -74,7 +74,7 @@ void MessageDispatcher::onMessage(const char* data, std::int64_t length,
     writeToStandardOutput(consoleOutput);
 }
 
-Decision MessageDispatcher::parseMessage(const std::string& text) {
+Decision MessageDispatcher::parseMessage(std::string_view text) {
     return decideRequest(text, message, settings->getMac());
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "net/Broadcaster.hpp"
 #include "net/IBroadcasterCallback.hpp"
@@ -31,15 +32,14 @@ class MessageDispatcher : public IBroadcasterCallback {
     [[noreturn]] void run();
 
   private:
-    Decision parseMessage(const std::string& text);
+    Decision parseMessage(std::string_view text);
     void handleCommand(const Decision& decision);
     void reply(const std::string& text);
     void sendStatus();
     void applyAssignment();
 
     Message message;
-    // Reused for every datagram: its text, and what goes to standard output for it.
-    std::string datagramText;
+    // Reused for every datagram: what goes to standard output for it.
     std::string consoleOutput;
     std::unique_ptr<Broadcaster> broadcaster;
     std::unique_ptr<Settings> settings;
