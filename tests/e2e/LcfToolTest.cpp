@@ -253,18 +253,20 @@ TEST(LcfTool, DiscoveryListensOnWhileControllersAreStillAnswering) {
     E2E_REQUIRE_ROOT();
     Sandbox sb({"arm9", "arm9", "arm9", "arm9"});
     ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    // Slow boards: each answers 0.4 s after the one before, the last one seconds later.
-    sb.setFault(2, "hostname", "delay 0.4");
-    sb.setFault(3, "hostname", "delay 0.8");
-    sb.setFault(4, "hostname", "delay 4");
-    const LcfRun run = runLcf(sb, {"discover", "--json", "--timeout", "0.5"});
+    // Slow boards: each answers half a second after the one before, the last one seconds
+    // later. Half a second between answers leaves as much again for a busy machine's uneven
+    // reading times before lcf's one quiet second runs out.
+    sb.setFault(2, "hostname", "delay 0.5");
+    sb.setFault(3, "hostname", "delay 1.0");
+    sb.setFault(4, "hostname", "delay 5");
+    const LcfRun run = runLcf(sb, {"discover", "--json", "--timeout", "1.0"});
     EXPECT_EQ(run.result.status, 0);
     EXPECT_EQ(run.result.err, "");
     EXPECT_EQ(macsIn(run.result.out),
               (std::vector<std::string>{controllerMac(1), controllerMac(2), controllerMac(3)}));
-    // Until a second passed without a new answer, well before the last board's.
-    EXPECT_GT(run.seconds, 1.8);
-    EXPECT_LT(run.seconds, 3.8);
+    // Past the window until a second passed without a new answer, well before the last board's.
+    EXPECT_GT(run.seconds, 1.9);
+    EXPECT_LT(run.seconds, 4.5);
 }
 
 TEST(LcfTool, QueryShowsEveryFieldOfTheOneAddressedController) {
