@@ -7,8 +7,10 @@
 
 namespace lcf {
 
-std::string Controller::field(const std::string& key) const {
-    return status.value(key).value_or("");
+const std::string& Controller::field(std::string_view key) const {
+    static const std::string none;
+    const std::string* value = status.find(key);
+    return value != nullptr ? *value : none;
 }
 
 bool isOutsideSubnet(const std::string& ipText, const NetworkInterface& networkInterface) {
@@ -24,18 +26,22 @@ bool isOutsideSubnet(const std::string& ipText, const NetworkInterface& networkI
 }
 
 bool DiscoveryResults::add(const lcfd::Reply& reply, const NetworkInterface& arrivedOn) {
-    if (reply.command != lcfd::word::kStatus || reply.value(lcfd::key::kSeqid) != seqid_) {
+    if (reply.command != lcfd::word::kStatus) {
         return false;
     }
-    const std::string mac = reply.value(lcfd::key::kMac).value_or("");
-    if (mac.empty() || byMac_.count(mac) != 0) {
+    const std::string* seqid = reply.find(lcfd::key::kSeqid);
+    if (seqid == nullptr || *seqid != seqid_) {
+        return false;
+    }
+    const std::string* mac = reply.find(lcfd::key::kMac);
+    if (mac == nullptr || mac->empty() || byMac_.count(*mac) != 0) {
         return false;
     }
     Controller controller;
     controller.status = reply;
     controller.interfaceName = arrivedOn.name;
     controller.outsideSubnet = isOutsideSubnet(controller.field(lcfd::key::kIp), arrivedOn);
-    byMac_.emplace(mac, std::move(controller));
+    byMac_.emplace(*mac, std::move(controller));
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "protocol/Replies.hpp"
@@ -25,7 +26,8 @@ struct Controller {
     // broadcast tool like this one reaches it.
     bool outsideSubnet = false;
 
-    std::string field(const std::string& key) const;
+    // The reply's value of `key`, or the empty text when it has none.
+    const std::string& field(std::string_view key) const;
 };
 
 // Whether `ipText` is missing, not an address, or outside `networkInterface`'s subnet.

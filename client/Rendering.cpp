@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
 
 #include "protocol/MessageFormat.hpp"
 
@@ -20,19 +22,25 @@ struct Column {
 
 // Replies come from anybody on the segment: control bytes are shown as '?' so that no reply
 // can move the cursor or recolour the terminal.
-std::string printable(const std::string& value) {
-    std::string shown = value;
-    for (char& c : shown) {
-        const auto byte = static_cast<unsigned char>(c);
+void appendPrintable(std::string& out, const std::string& value) {
+    const std::size_t start = out.size();
+    out += value;
+    for (std::size_t i = start; i < out.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(out[i]);
         if (byte < 0x20 || byte == 0x7F) {
-            c = '?';
+            out[i] = '?';
         }
     }
-    return shown;
 }
 
 std::string orDash(const std::string& value) {
-    return value.empty() ? kEmptyCell : printable(value);
+    std::string shown;
+    if (value.empty()) {
+        shown = kEmptyCell;
+    } else {
+        appendPrintable(shown, value);
+    }
+    return shown;
 }
 
 const std::vector<Column>& tableColumns() {
@@ -53,20 +61,27 @@ const std::vector<Column>& tableColumns() {
     return columns;
 }
 
-std::string padded(const std::string& text, std::size_t width) {
-    return text + std::string(width - text.size(), ' ');
+// Appends `text` and the blanks that fill it up to `width`.
+void appendPadded(std::string& out, const std::string& text, std::size_t width) {
+    out += text;
+    out.append(width - text.size(), ' ');
 }
 
-std::string joinRow(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) {
-    std::string line;
+void appendRow(std::string& out, const std::vector<std::string>& cells,
+               const std::vector<std::size_t>& widths) {
+    const std::size_t start = out.size();
     for (std::size_t i = 0; i < cells.size(); ++i) {
-        const bool last = i + 1 == cells.size();
-        line += last ? cells[i] : padded(cells[i], widths[i]) + "  ";
+        if (i + 1 == cells.size()) {
+            out += cells[i];
+        } else {
+            appendPadded(out, cells[i], widths[i]);
+            out += "  ";
+        }
     }
-    while (!line.empty() && line.back() == ' ') {
-        line.pop_back();
+    while (out.size() > start && out.back() == ' ') {
+        out.pop_back();
     }
-    return line + "\n";
+    out += '\n';
 }
 
 }  // namespace
@@ -88,9 +103,10 @@ std::string renderTable(const std::vector<Controller>& controllers) {
         }
         rows.push_back(std::move(row));
     }
-    std::string table = joinRow(headings, widths);
+    std::string table;
+    appendRow(table, headings, widths);
     for (const auto& row : rows) {
-        table += joinRow(row, widths);
+        appendRow(table, row, widths);
     }
     const auto outside = static_cast<std::size_t>(
         std::count_if(controllers.begin(), controllers.end(),
@@ -122,15 +138,17 @@ std::string renderJson(const std::vector<Controller>& controllers) {
 }
 
 std::string renderDetails(const Controller& controller) {
-    std::vector<std::pair<std::string, std::string>> lines;
+    std::vector<std::pair<std::string_view, const std::string*>> lines;
+    lines.reserve(controller.status.fields.size() + 2);
     for (const auto& [fieldKey, value] : controller.status.fields) {
         if (fieldKey != key::kSeqid) {
-            lines.emplace_back(fieldKey, value);
+            lines.emplace_back(fieldKey, &value);
         }
     }
-    lines.emplace_back("interface", controller.interfaceName);
+    lines.emplace_back("interface", &controller.interfaceName);
+    static const std::string outsideMark = kOutsideMark;
     if (controller.outsideSubnet) {
-        lines.emplace_back("note", kOutsideMark);
+        lines.emplace_back("note", &outsideMark);
     }
     std::size_t width = 0;
     for (const auto& line : lines) {
@@ -138,7 +156,12 @@ std::string renderDetails(const Controller& controller) {
     }
     std::string text;
     for (const auto& [name, value] : lines) {
-        text += padded(name + ":", width + 1) + " " + printable(value) + "\n";
+        // "name:" padded to the longest name and its colon, then one blank.
+        text += name;
+        text += ':';
+        text.append(width - name.size() + 1, ' ');
+        appendPrintable(text, *value);
+        text += '\n';
     }
     return text;
 }

@@ -38,37 +38,41 @@ const std::vector<StatusField>& statusFields() {
     return fields;
 }
 
-std::optional<std::string> Reply::value(const std::string& fieldKey) const {
+const std::string* Reply::find(std::string_view fieldKey) const {
     for (const auto& [name, fieldValue] : fields) {
         if (name == fieldKey) {
-            return fieldValue;
+            return &fieldValue;
         }
     }
-    return std::nullopt;
+    return nullptr;
 }
 
-std::optional<Reply> parseReply(const std::string& text) {
-    std::string header;
-    std::string remainder;
-    splitAt(text, kFieldSeparator, header, remainder);
-    if (!checkHeader(header)) {
+std::optional<std::string> Reply::value(std::string_view fieldKey) const {
+    const std::string* found = find(fieldKey);
+    if (found == nullptr) {
+        return std::nullopt;
+    }
+    return *found;
+}
+
+std::optional<Reply> parseReply(std::string_view text) {
+    const TextSplit header = splitView(text, kFieldSeparator);
+    if (!checkHeader(header.head)) {
+        return std::nullopt;
+    }
+    const TextSplit command = splitView(header.rest, kFieldSeparator);
+    if (command.head != word::kStatus && command.head != word::kAck) {
         return std::nullopt;
     }
     Reply reply;
-    std::string rest;
-    splitAt(remainder, kFieldSeparator, reply.command, rest);
-    if (reply.command != word::kStatus && reply.command != word::kAck) {
-        return std::nullopt;
-    }
+    reply.command.assign(command.head);
+    // Taken apart on views: a reply of many fields copies each key and value once.
+    std::string_view rest = command.rest;
     while (!rest.empty()) {
-        std::string field;
-        std::string next;
-        splitAt(rest, kFieldSeparator, field, next);
-        std::string fieldKey;
-        std::string value;
-        splitAt(field, kKeyValueSeparator, fieldKey, value);
-        reply.fields.emplace_back(fieldKey, value);
-        rest = next;
+        const TextSplit field = splitView(rest, kFieldSeparator);
+        const TextSplit keyAndValue = splitView(field.head, kKeyValueSeparator);
+        reply.fields.emplace_back(std::string(keyAndValue.head), std::string(keyAndValue.rest));
+        rest = field.rest;
     }
     return reply;
 }

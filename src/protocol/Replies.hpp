@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -56,11 +57,13 @@ struct Reply {
     std::vector<std::pair<std::string, std::string>> fields;
 
     // The value of the first field named `fieldKey`, or nothing.
-    std::optional<std::string> value(const std::string& fieldKey) const;
+    std::optional<std::string> value(std::string_view fieldKey) const;
+    // The same without a copy: the first such value in place, or nullptr.
+    const std::string* find(std::string_view fieldKey) const;
 };
 
 // Takes a received datagram apart; nothing when it is not a STATUS or ACK reply with an
 // accepted header.
-std::optional<Reply> parseReply(const std::string& text);
+std::optional<Reply> parseReply(std::string_view text);
 
 }  // namespace lcfd
