@@ -65,6 +65,23 @@ TEST(ReplyParsing, ReadsWhatTheDaemonComposes) {
     EXPECT_EQ(ack->value("accept"), "no");
 }
 
+TEST(ReplyParsing, FindsTheFirstOfRepeatedKeysInPlaceAndKeepsEmptyAndBareFields) {
+    const std::string text = "LCF2#ACK#seqid=#mac=A#ip=1#ip=2#bare#=x##tail=a=b#";
+    const auto reply = lcfd::parseReply(std::string_view(text));
+    ASSERT_TRUE(reply);
+    const std::vector<std::pair<std::string, std::string>> expected = {
+        {"seqid", ""}, {"mac", "A"}, {"ip", "1"}, {"ip", "2"},
+        {"bare", ""},  {"", "x"},    {"", ""},    {"tail", "a=b"}};
+    EXPECT_EQ(reply->fields, expected);
+    const std::string* ip = reply->find("ip");
+    ASSERT_NE(ip, nullptr);
+    EXPECT_EQ(ip, &reply->fields[2].second);
+    EXPECT_EQ(reply->find("gateway"), nullptr);
+    ASSERT_NE(reply->find("seqid"), nullptr);
+    EXPECT_EQ(*reply->find("seqid"), "");
+    EXPECT_EQ(reply->value("seqid"), std::optional<std::string>(""));
+}
+
 TEST(ReplyParsing, IgnoresRequestsAndForeignTexts) {
     EXPECT_FALSE(lcfd::parseReply("LCF2#QUERY#seqid=5"));
     EXPECT_FALSE(lcfd::parseReply("LCF9#STATUS#seqid=5"));
