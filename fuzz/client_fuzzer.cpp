@@ -484,20 +484,34 @@ class RenderedJsonCheck {
             if (!value(depth + 1)) {
                 return false;
             }
-            skipSpace();
-            if (atEnd()) {
+            bool closed = false;
+            if (!nextElement(']', closed)) {
                 return false;
             }
-            if (peek() == ']') {
-                ++position_;
+            if (closed) {
                 return true;
             }
-            if (peek() != ',') {
-                return false;
-            }
-            ++position_;
-            skipSpace();
         }
+    }
+
+    // After an element of an array or a member of an object: the closing bracket (taken, and
+    // `closed` set) or a comma (taken, with the space after it); anything else is an error.
+    bool nextElement(char closing, bool& closed) {
+        skipSpace();
+        if (atEnd()) {
+            return false;
+        }
+        if (peek() == closing) {
+            ++position_;
+            closed = true;
+            return true;
+        }
+        if (peek() != ',') {
+            return false;
+        }
+        ++position_;
+        skipSpace();
+        return true;
     }
 
     bool object(int depth) {
@@ -537,19 +551,13 @@ class RenderedJsonCheck {
             if (!value(depth + 1, member, flag, isEth0)) {
                 return false;
             }
-            skipSpace();
-            if (atEnd()) {
+            bool closed = false;
+            if (!nextElement('}', closed)) {
                 return false;
             }
-            if (peek() == '}') {
-                ++position_;
+            if (closed) {
                 return true;
             }
-            if (peek() != ',') {
-                return false;
-            }
-            ++position_;
-            skipSpace();
         }
     }
 
