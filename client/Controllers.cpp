@@ -29,10 +29,6 @@ bool DiscoveryResults::add(const lcfd::Reply& reply, const NetworkInterface& arr
     if (reply.command != lcfd::word::kStatus) {
         return false;
     }
-    const std::string* seqid = reply.find(lcfd::key::kSeqid);
-    if (seqid == nullptr || *seqid != seqid_) {
-        return false;
-    }
     const std::string* mac = reply.find(lcfd::key::kMac);
     if (mac == nullptr || mac->empty() || byMac_.count(*mac) != 0) {
         return false;
@@ -45,12 +41,27 @@ bool DiscoveryResults::add(const lcfd::Reply& reply, const NetworkInterface& arr
     return true;
 }
 
+void flagDuplicateAddresses(std::vector<Controller>& controllers) {
+    std::map<std::pair<std::string, std::string>, std::size_t> users;  // (interface, ip) -> count
+    for (const Controller& controller : controllers) {
+        const std::string& ip = controller.field(lcfd::key::kIp);
+        if (!ip.empty()) {
+            ++users[{controller.interfaceName, ip}];
+        }
+    }
+    for (Controller& controller : controllers) {
+        const std::string& ip = controller.field(lcfd::key::kIp);
+        controller.duplicateIp = !ip.empty() && users[{controller.interfaceName, ip}] > 1;
+    }
+}
+
 std::vector<Controller> DiscoveryResults::sorted() const {
     std::vector<Controller> controllers;
     controllers.reserve(byMac_.size());
     for (const auto& entry : byMac_) {
         controllers.push_back(entry.second);
     }
+    flagDuplicateAddresses(controllers);
     return controllers;
 }
 

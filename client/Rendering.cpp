@@ -1,10 +1,14 @@
 #include "client/Rendering.hpp"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 
+#include "client/Csv.hpp"
 #include "protocol/MessageFormat.hpp"
 
 namespace lcf {
@@ -14,6 +18,21 @@ namespace key = lcfd::key;
 
 constexpr const char* kEmptyCell = "-";
 constexpr const char* kOutsideMark = "outside subnet";
+constexpr const char* kDuplicateMark = "duplicate IP";
+// Where a controller answered: a column of the table and the CSV, a key of the JSON.
+constexpr const char* kInterfaceColumn = "interface";
+
+// The notes on a controller, for the table's last column and the details' note line.
+std::string notes(const Controller& controller) {
+    std::string text;
+    if (controller.outsideSubnet) {
+        text = kOutsideMark;
+    }
+    if (controller.duplicateIp) {
+        text += text.empty() ? kDuplicateMark : std::string(", ") + kDuplicateMark;
+    }
+    return text;
+}
 
 struct Column {
     const char* heading;
@@ -55,8 +74,7 @@ const std::vector<Column>& tableColumns() {
         {"SDK", [](const Controller& c) { return orDash(c.field(key::kSdkVersion)); }},
         {"UTCCLOCK", [](const Controller& c) { return orDash(c.field(key::kUtcClock)); }},
         {"INTERFACE", [](const Controller& c) { return orDash(c.interfaceName); }},
-        {"NOTE",
-         [](const Controller& c) { return std::string(c.outsideSubnet ? kOutsideMark : ""); }},
+        {"NOTE", notes},
     };
     return columns;
 }
@@ -116,6 +134,11 @@ std::string renderTable(const std::vector<Controller>& controllers) {
     if (outside > 0) {
         table += ", " + std::to_string(outside) + " outside the subnet of its interface";
     }
+    const auto duplicates = static_cast<std::size_t>(std::count_if(
+        controllers.begin(), controllers.end(), [](const Controller& c) { return c.duplicateIp; }));
+    if (duplicates > 0) {
+        table += ", " + std::to_string(duplicates) + " with a duplicate IP";
+    }
     table += "\n";
     return table;
 }
@@ -129,8 +152,9 @@ std::string renderJson(const std::vector<Controller>& controllers) {
                 object[fieldKey] = value;
             }
         }
-        object["interface"] = controller.interfaceName;
+        object[kInterfaceColumn] = controller.interfaceName;
         object["outside_subnet"] = controller.outsideSubnet;
+        object["duplicate_ip"] = controller.duplicateIp;
         array.push_back(std::move(object));
     }
     // A reply is anybody's bytes: what is not UTF-8 is replaced rather than failing the list.
@@ -145,10 +169,10 @@ std::string renderDetails(const Controller& controller) {
             lines.emplace_back(fieldKey, &value);
         }
     }
-    lines.emplace_back("interface", &controller.interfaceName);
-    static const std::string outsideMark = kOutsideMark;
-    if (controller.outsideSubnet) {
-        lines.emplace_back("note", &outsideMark);
+    lines.emplace_back(kInterfaceColumn, &controller.interfaceName);
+    const std::string note = notes(controller);
+    if (!note.empty()) {
+        lines.emplace_back("note", &note);
     }
     std::size_t width = 0;
     for (const auto& line : lines) {
@@ -164,6 +188,127 @@ std::string renderDetails(const Controller& controller) {
         text += '\n';
     }
     return text;
+}
+
+const std::vector<std::string>& csvColumns() {
+    static const std::vector<std::string> columns = {
+        key::kMac,      key::kIp,         key::kNetmask,    key::kGateway,
+        key::kIpScheme, key::kNtpIp,      key::kSyslogIp,   key::kNameserver,
+        key::kHostname, key::kController, kInterfaceColumn,
+    };
+    return columns;
+}
+
+std::string renderCsv(const std::vector<Controller>& controllers) {
+    std::string text = csvLine(csvColumns());
+    for (const Controller& controller : controllers) {
+        std::vector<std::string> cells;
+        for (const std::string& column : csvColumns()) {
+            std::string cell;
+            appendPrintable(cell, column == kInterfaceColumn ? controller.interfaceName
+                                                             : controller.field(column));
+            cells.push_back(std::move(cell));
+        }
+        text += csvLine(cells);
+    }
+    return text;
+}
+
+std::string formatSeconds(double seconds) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", std::round(seconds * 10.0) / 10.0);
+    return text;
+}
+
+std::string renderInterfaceSummary(const std::string& interfaceName, int probes,
+                                   std::size_t controllers, const std::string& doubt) {
+    std::string line = interfaceName + ": probed ";
+    line += probes == 1 ? "once" : std::to_string(probes) + " times";
+    line +=
+        ", " + std::to_string(controllers) + (controllers == 1 ? " controller" : " controllers");
+    if (controllers == 0 && !doubt.empty()) {
+        line += " (" + doubt + ": looks like a virtual or container adapter)";
+    }
+    return line + "\n";
+}
+
+namespace {
+
+const char* resultName(ApplyResult result) {
+    switch (result) {
+        case ApplyResult::WouldChange:
+            return "would change";
+        case ApplyResult::Changed:
+            return "changed";
+        case ApplyResult::AlreadyRight:
+            return "already right";
+        case ApplyResult::Refused:
+            return "refused";
+        case ApplyResult::NoAnswer:
+            return "no answer";
+        case ApplyResult::DidNotTake:
+            break;
+    }
+    return "did not take";
+}
+
+std::string resultDetail(const ApplyRow& row) {
+    if (row.result != ApplyResult::DidNotTake) {
+        return describeChanges(row.changes);
+    }
+    std::string text;
+    for (const Mismatch& mismatch : row.mismatches) {
+        text += (text.empty() ? "" : "; ") + describe(mismatch);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string renderApplyTable(const ApplyReport& report, bool dryRun) {
+    const std::vector<std::string> headings = {"MAC", "LINE", "RESULT",
+                                               dryRun ? "CHANGES" : "DETAIL"};
+    std::vector<std::vector<std::string>> rows;
+    std::vector<std::size_t> widths;
+    for (const std::string& heading : headings) {
+        widths.push_back(heading.size());
+    }
+    std::map<ApplyResult, std::size_t> counts;
+    for (const ApplyRow& row : report.rows) {
+        ++counts[row.result];
+        std::vector<std::string> cells = {row.mac, std::to_string(row.line), resultName(row.result),
+                                          std::string()};
+        appendPrintable(cells[3], resultDetail(row));
+        for (std::size_t i = 0; i < cells.size(); ++i) {
+            widths[i] = std::max(widths[i], cells[i].size());
+        }
+        rows.push_back(std::move(cells));
+    }
+    std::string table;
+    appendRow(table, headings, widths);
+    for (const auto& row : rows) {
+        appendRow(table, row, widths);
+    }
+    const std::size_t total = report.rows.size();
+    table += std::to_string(total) + (total == 1 ? " controller: " : " controllers: ");
+    const std::vector<ApplyResult> order =
+        dryRun ? std::vector<ApplyResult>{ApplyResult::WouldChange, ApplyResult::AlreadyRight}
+               : std::vector<ApplyResult>{ApplyResult::Changed, ApplyResult::AlreadyRight,
+                                          ApplyResult::Refused, ApplyResult::NoAnswer,
+                                          ApplyResult::DidNotTake};
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        table +=
+            (i == 0 ? "" : ", ") + std::to_string(counts[order[i]]) + " " + resultName(order[i]);
+    }
+    return table + "\n";
+}
+
+std::string joinNames(const std::vector<std::string>& names) {
+    std::string joined;
+    for (const std::string& name : names) {
+        joined += (joined.empty() ? "" : ", ") + name;
+    }
+    return joined;
 }
 
 }  // namespace lcf

@@ -1,9 +1,8 @@
 #include "client/Session.hpp"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
+#include <limits>
 #include <random>
 
 #include "client/Transport.hpp"
@@ -15,9 +14,16 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-Clock::time_point after(double seconds) {
-    return Clock::now() +
-           std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+// Seconds since `start` on the steady clock, and back.
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+Clock::time_point atSeconds(Clock::time_point start, double seconds) {
+    // An hour past any wait the tool makes: "forever" without overflowing the clock.
+    constexpr double kFarFuture = 3600.0 * 24.0;
+    return start + std::chrono::duration_cast<Clock::duration>(
+                       std::chrono::duration<double>(std::min(seconds, kFarFuture)));
 }
 
 const NetworkInterface* arrivalInterface(const std::vector<NetworkInterface>& probed,
@@ -37,17 +43,13 @@ void broadcastOnAll(ToolSocket& socket, const std::vector<NetworkInterface>& pro
     }
 }
 
-// Waits for the first reply that `accept` takes, or the deadline.
-template <typename Accept>
-void collect(ToolSocket& socket, const std::vector<NetworkInterface>& probed,
-             Clock::time_point deadline, Accept accept) {
-    while (const auto datagram = socket.receive(deadline)) {
-        const NetworkInterface* arrivedOn = arrivalInterface(probed, datagram->interfaceIndex);
-        const auto reply = lcfd::parseReply(datagram->text);
-        if (arrivedOn != nullptr && reply && accept(*reply, *arrivedOn)) {
-            return;
-        }
+// The round whose probe carried `seqid`, from 1; 0 when it is none of ours.
+int roundOf(const std::vector<std::string>& seqids, const std::string* seqid) {
+    if (seqid == nullptr) {
+        return 0;
     }
+    const auto found = std::find(seqids.begin(), seqids.end(), *seqid);
+    return found == seqids.end() ? 0 : static_cast<int>(found - seqids.begin()) + 1;
 }
 
 }  // namespace
@@ -58,79 +60,119 @@ std::string newSeqid() {
     return std::to_string(number(entropy));
 }
 
-std::vector<Controller> discover(const ProbeOptions& options) {
+DiscoveryReport discover(const DiscoveryOptions& options) {
     const std::vector<NetworkInterface> probed = probeInterfaces(options.interfaces);
     ToolSocket socket;
-    const std::string seqid = newSeqid();
-    const std::string probe = lcfd::composeQuery(seqid, "");
-    DiscoveryResults results(seqid);
-
-    const Clock::time_point end = after(options.timeoutSeconds);
-    const int rounds = options.rounds < 1 ? 1 : options.rounds;
-    const double spacing = options.timeoutSeconds / 2.0 / rounds;
-    Clock::time_point lastNew = Clock::time_point::min();  // no new controller yet
-    const auto complete = [&] {
-        return options.expected > 0 && results.size() >= options.expected;
-    };
-    const auto take = [&](const lcfd::Reply& reply, const NetworkInterface& arrivedOn) {
-        if (results.add(reply, arrivedOn)) {
-            lastNew = Clock::now();
+    DiscoveryRounds rounds(options.limits);
+    DiscoveryResults results;
+    std::vector<std::string> seqids;  // one per round
+    const Clock::time_point start = Clock::now();
+    for (;;) {
+        const DiscoveryStep step = rounds.next(secondsSince(start));
+        if (step.kind == DiscoveryStep::Kind::Stop) {
+            break;
         }
-        return complete();  // otherwise keep listening for the whole window
-    };
-    for (int round = 0; round < rounds && !complete(); ++round) {
-        broadcastOnAll(socket, probed, probe);
-        const Clock::time_point nextProbe = round + 1 < rounds ? after(spacing) : end;
-        collect(socket, probed, nextProbe < end ? nextProbe : end, take);
-    }
-    // Controllers that are still answering when the window closes are slow, not gone (each
-    // reads its whole device before it answers, and a busy segment answers one after the
-    // other): listen on until none is new for a while.
-    const auto quiet = std::chrono::duration_cast<Clock::duration>(
-        std::chrono::duration<double>(options.quietSeconds));
-    const Clock::time_point limit = end + std::chrono::duration_cast<Clock::duration>(
-                                              std::chrono::duration<double>(options.extendSeconds));
-    while (!complete() && Clock::now() < lastNew + quiet && Clock::now() < limit) {
-        collect(socket, probed, std::min(lastNew + quiet, limit), take);
-    }
-    return results.sorted();
-}
-
-std::optional<Controller> queryOne(const ProbeOptions& options, const std::string& mac) {
-    const std::vector<NetworkInterface> probed = probeInterfaces(options.interfaces);
-    ToolSocket socket;
-    const std::string seqid = newSeqid();
-    DiscoveryResults results(seqid);
-    broadcastOnAll(socket, probed, lcfd::composeQuery(seqid, mac));
-    collect(socket, probed, after(options.timeoutSeconds),
-            [&](const lcfd::Reply& reply, const NetworkInterface& arrivedOn) {
-                return reply.value(lcfd::key::kMac) == mac && results.add(reply, arrivedOn);
-            });
-    const std::vector<Controller> found = results.sorted();
-    if (found.empty()) {
-        return std::nullopt;
-    }
-    return found.front();
-}
-
-AckOutcome requestAndWaitForAck(const ProbeOptions& options, const std::string& mac,
-                                const std::string& seqid, const std::string& request) {
-    const std::vector<NetworkInterface> probed = probeInterfaces(options.interfaces);
-    ToolSocket socket;
-    broadcastOnAll(socket, probed, request);
-    AckOutcome outcome = AckOutcome::NoAnswer;
-    collect(socket, probed, after(options.timeoutSeconds),
-            [&](const lcfd::Reply& reply, const NetworkInterface&) {
-                if (reply.command != lcfd::word::kAck || reply.value(lcfd::key::kSeqid) != seqid ||
-                    reply.value(lcfd::key::kMac) != mac) {
-                    return false;
+        if (step.kind == DiscoveryStep::Kind::Probe) {
+            while (static_cast<int>(seqids.size()) < step.round) {
+                std::string seqid = newSeqid();
+                if (std::find(seqids.begin(), seqids.end(), seqid) == seqids.end()) {
+                    seqids.push_back(std::move(seqid));
                 }
-                outcome = reply.value(lcfd::key::kAccept) == std::string("yes")
-                              ? AckOutcome::Accepted
-                              : AckOutcome::Refused;
-                return true;
-            });
-    return outcome;
+            }
+            broadcastOnAll(
+                socket, probed,
+                lcfd::composeQuery(seqids[static_cast<std::size_t>(step.round - 1)], ""));
+            rounds.probed(step.round, secondsSince(start));
+            continue;
+        }
+        const auto datagram = socket.receive(atSeconds(start, step.until));
+        if (!datagram) {
+            continue;
+        }
+        const NetworkInterface* arrivedOn = arrivalInterface(probed, datagram->interfaceIndex);
+        const auto reply = lcfd::parseReply(datagram->text);
+        if (arrivedOn == nullptr || !reply || reply->command != lcfd::word::kStatus) {
+            continue;
+        }
+        const int round = roundOf(seqids, reply->find(lcfd::key::kSeqid));
+        const std::string* mac = reply->find(lcfd::key::kMac);
+        if (round == 0 || mac == nullptr || mac->empty()) {
+            continue;
+        }
+        results.add(*reply, *arrivedOn);
+        rounds.answered(round, *mac, secondsSince(start));
+    }
+
+    DiscoveryReport report;
+    report.seconds = rounds.endedAfter();
+    report.end = rounds.end();
+    report.controllers = results.sorted();
+    for (const NetworkInterface& networkInterface : probed) {
+        InterfaceSummary summary;
+        summary.name = networkInterface.name;
+        summary.probes = rounds.probesSent();
+        summary.controllers = static_cast<std::size_t>(std::count_if(
+            report.controllers.begin(), report.controllers.end(),
+            [&](const Controller& c) { return c.interfaceName == networkInterface.name; }));
+        if (summary.controllers == 0) {
+            summary.doubt = adapterDoubt(networkInterface.name);
+        }
+        report.interfaces.push_back(std::move(summary));
+    }
+    return report;
+}
+
+void runJobs(std::vector<ControllerJob>& jobs, const std::vector<std::string>& interfaces,
+             std::size_t parallel, const std::function<void(const ControllerJob&)>& onAnswer) {
+    const std::vector<NetworkInterface> probed = probeInterfaces(interfaces);
+    ToolSocket socket;
+    ArrivalPace pace;
+    const Clock::time_point start = Clock::now();
+    const std::size_t window = std::max<std::size_t>(parallel, 1);
+    std::size_t started = 0;
+    const auto underWay = [&] {
+        return static_cast<std::size_t>(
+            std::count_if(jobs.begin(), jobs.begin() + static_cast<std::ptrdiff_t>(started),
+                          [](const ControllerJob& job) { return !job.done(); }));
+    };
+    for (;;) {
+        while (started < jobs.size() && underWay() < window) {
+            ++started;
+        }
+        const double now = secondsSince(start);
+        double wake = std::numeric_limits<double>::infinity();
+        for (std::size_t i = 0; i < started; ++i) {
+            while (const auto text = jobs[i].due(now, pace)) {
+                broadcastOnAll(socket, probed, *text);
+            }
+            wake = std::min(wake, jobs[i].wakeAt(pace));
+        }
+        if (underWay() == 0 && started == jobs.size()) {
+            return;
+        }
+        if (started < jobs.size() && underWay() < window) {
+            continue;  // a job gave up just now: its place goes to the next one at once
+        }
+        const auto datagram = socket.receive(atSeconds(start, wake));
+        if (!datagram) {
+            continue;
+        }
+        const NetworkInterface* arrivedOn = arrivalInterface(probed, datagram->interfaceIndex);
+        const auto reply = lcfd::parseReply(datagram->text);
+        if (arrivedOn == nullptr || !reply) {
+            continue;
+        }
+        const double arrived = secondsSince(start);
+        for (std::size_t i = 0; i < started; ++i) {
+            if (jobs[i].offer(*reply, *arrivedOn, arrived)) {
+                pace.arrived(arrived);
+                if (onAnswer) {
+                    onAnswer(jobs[i]);
+                }
+                break;
+            }
+        }
+    }
 }
 
 }  // namespace lcf

@@ -1,44 +1,49 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "client/ControllerJob.hpp"
 #include "client/Controllers.hpp"
+#include "client/DiscoveryRounds.hpp"
 
 namespace lcf {
-
-struct ProbeOptions {
-    std::vector<std::string> interfaces;  // empty: every up IPv4 broadcast interface
-    double timeoutSeconds = 2.0;
-    int rounds = 1;
-    // Discovery only: stop listening as soon as this many controllers answered (0: listen for
-    // the whole window).
-    std::size_t expected = 0;
-    // Discovery only: when a new controller answered less than `quietSeconds` before the window
-    // closes, listen on until `quietSeconds` pass without a new one, at most `extendSeconds`
-    // past the window.
-    double quietSeconds = 1.0;
-    double extendSeconds = 120.0;
-};
 
 // A fresh sequence identifier for one exchange.
 std::string newSeqid();
 
-// Broadcasts QUERY on every probed interface and collects the STATUS replies for the whole
-// window, sending the probe `rounds` times spread over its first half, and longer while new
-// controllers are still answering at its end. With `expected` set it returns as soon as that
-// many controllers answered.
-std::vector<Controller> discover(const ProbeOptions& options);
+struct DiscoveryOptions {
+    std::vector<std::string> interfaces;  // empty: every up IPv4 broadcast interface
+    DiscoveryLimits limits;
+};
 
-// Asks one controller for its status; nothing when it did not answer in time.
-std::optional<Controller> queryOne(const ProbeOptions& options, const std::string& mac);
+// What one interface saw of a discovery.
+struct InterfaceSummary {
+    std::string name;
+    int probes = 0;
+    std::size_t controllers = 0;
+    std::string doubt;  // why it looks like a virtual or container adapter, if it does
+};
 
-enum class AckOutcome { Accepted, Refused, NoAnswer };
+struct DiscoveryReport {
+    std::vector<Controller> controllers;  // sorted by MAC, duplicate addresses flagged
+    std::vector<InterfaceSummary> interfaces;
+    DiscoveryEnd end = DiscoveryEnd::Running;
+    double seconds = 0.0;  // from the first probe to the deadline or answer that ended it
+};
 
-// Sends an ASSIGN or CLEAR text and waits for the addressed controller's ACK.
-AckOutcome requestAndWaitForAck(const ProbeOptions& options, const std::string& mac,
-                                const std::string& seqid, const std::string& request);
+// Broadcasts QUERY rounds on every probed interface and collects the STATUS replies, paced by
+// DiscoveryRounds.
+DiscoveryReport discover(const DiscoveryOptions& options);
+
+// Runs the jobs on the segments of `interfaces` (every usable one when empty): every request is
+// broadcast on each of them. At most `parallel` jobs are under way at once, started in order;
+// returns when every job is done. `onAnswer`, when given, sees a job each time an answer moved it
+// on.
+void runJobs(std::vector<ControllerJob>& jobs, const std::vector<std::string>& interfaces,
+             std::size_t parallel,
+             const std::function<void(const ControllerJob&)>& onAnswer = nullptr);
 
 }  // namespace lcf

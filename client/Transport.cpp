@@ -10,6 +10,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 #include "net/Version.hpp"
@@ -83,6 +85,21 @@ std::vector<NetworkInterface> probeInterfaces(const std::vector<std::string>& na
         }
     }
     return found;
+}
+
+std::string adapterDoubt(const std::string& interfaceName) {
+    const std::filesystem::path device = std::filesystem::path("/sys/class/net") / interfaceName;
+    std::error_code error;
+    if (std::filesystem::is_directory(device / "bridge", error) &&
+        std::filesystem::is_empty(device / "brif", error) && !error) {
+        return "a bridge with no ports";
+    }
+    std::ifstream carrier(device / "carrier");
+    std::string state;
+    if (carrier && std::getline(carrier, state) && state == "0") {
+        return "no carrier";
+    }
+    return std::string();
 }
 
 ToolSocket::ToolSocket() {

@@ -21,6 +21,11 @@ struct UnusableInterface : std::runtime_error {
 // given, only those (an unusable name throws UnusableInterface).
 std::vector<NetworkInterface> probeInterfaces(const std::vector<std::string>& names);
 
+// Why an interface looks like a virtual or container adapter rather than a segment with
+// controllers on it ("a bridge with no ports", "no carrier"), read from the kernel's view of it;
+// empty when it does not.
+std::string adapterDoubt(const std::string& interfaceName);
+
 struct Datagram {
     std::string text;
     unsigned interfaceIndex = 0;  // where it came in

@@ -24,6 +24,14 @@ bool isMacAddress(const std::string& text) {
     return true;
 }
 
+std::optional<std::string> macProblem(const std::string& text) {
+    if (isMacAddress(text)) {
+        return std::nullopt;
+    }
+    return "invalid MAC address '" + text +
+           "' (expected six hexadecimal pairs like 00:1A:2B:3C:4D:5E)";
+}
+
 const std::vector<std::string>& assignableKeys() {
     namespace key = lcfd::key;
     static const std::vector<std::string> keys = {

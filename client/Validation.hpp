@@ -10,6 +10,9 @@ namespace lcf {
 // Six two-digit hexadecimal groups separated by ":"; either case.
 bool isMacAddress(const std::string& text);
 
+// The error text for the user when `text` is not a MAC address; nothing when it is.
+std::optional<std::string> macProblem(const std::string& text);
+
 // The keys an ASSIGN can carry, in the order they are sent.
 const std::vector<std::string>& assignableKeys();
 

@@ -1,7 +1,7 @@
-// The configuration tool's side: a received datagram through parseReply, discovery and the
-// three renderings, and the tool's own input checks (isMacAddress, checkAssignment, the
-// unchecked forms and the server names), whose accepted values must reach the daemon as
-// typed and pass its validators. No socket is opened.
+// The configuration tool's side: a received datagram through parseReply, discovery, the
+// three renderings and the comparisons of verification and plans, and the tool's own input checks
+// (isMacAddress, checkAssignment, the unchecked forms and the server names), whose accepted values
+// must reach the daemon as typed and pass its validators. No socket is opened.
 
 #include <algorithm>
 #include <cmath>
@@ -17,8 +17,10 @@
 
 #include "FuzzCheck.hpp"
 #include "client/Controllers.hpp"
+#include "client/Plan.hpp"
 #include "client/Rendering.hpp"
 #include "client/Validation.hpp"
+#include "client/Verification.hpp"
 #include "device/DeviceCommands.hpp"
 #include "protocol/Message.hpp"
 #include "protocol/MessageFormat.hpp"
@@ -343,6 +345,8 @@ class RenderedJsonCheck {
     bool interfaceIsEth0 = false;
     Member outsideSubnet = Member::Missing;
     bool outsideSubnetValue = false;
+    Member duplicateIp = Member::Missing;
+    bool duplicateIpValue = false;
 
     // The keys to look for are the reply's (seqid, interface and outside_subnet left out),
     // only when every byte of the reply is UTF-8: otherwise keys may have been replaced.
@@ -351,6 +355,8 @@ class RenderedJsonCheck {
         interfaceIsEth0 = false;
         outsideSubnet = Member::Missing;
         outsideSubnetValue = false;
+        duplicateIp = Member::Missing;
+        duplicateIpValue = false;
         rootIsArray_ = false;
         elements_ = 0;
         objectElements_ = 0;
@@ -359,7 +365,7 @@ class RenderedJsonCheck {
             for (const auto& field : reply.fields) {
                 const std::string& fieldKey = field.first;
                 if (fieldKey != "seqid" && fieldKey != "interface" &&
-                    fieldKey != "outside_subnet") {
+                    fieldKey != "outside_subnet" && fieldKey != "duplicate_ip") {
                     expected_.emplace_back(fieldKey);
                 }
             }
@@ -540,6 +546,9 @@ class RenderedJsonCheck {
                 } else if (scratch_ == "outside_subnet") {
                     member = &outsideSubnet;
                     flag = &outsideSubnetValue;
+                } else if (scratch_ == "duplicate_ip") {
+                    member = &duplicateIp;
+                    flag = &duplicateIpValue;
                 }
             }
             skipSpace();
@@ -769,10 +778,10 @@ void checkRenderings(const Reply& reply) {
     arrivedOn.name = "eth0";
     arrivedOn.address = 0x0101A8C0;  // 192.168.1.1 in network byte order
     arrivedOn.netmask = 0x00FFFFFF;  // 255.255.255.0
-    lcf::DiscoveryResults results(reply.value("seqid").value_or(""));
+    lcf::DiscoveryResults results;
     const bool taken = results.add(reply, arrivedOn);
     const std::string mac = reply.value("mac").value_or("");
-    FUZZ_CHECK(taken == (reply.value("seqid").has_value() && !mac.empty()));
+    FUZZ_CHECK(taken == !mac.empty());
     FUZZ_CHECK(!results.add(reply, arrivedOn));  // one entry per MAC address
     if (!taken) {
         return;
@@ -834,6 +843,9 @@ void checkRenderings(const Reply& reply) {
     FUZZ_CHECK(check.interface == RenderedJsonCheck::Member::String && check.interfaceIsEth0);
     FUZZ_CHECK(check.outsideSubnet == RenderedJsonCheck::Member::Boolean &&
                check.outsideSubnetValue == controller.outsideSubnet);
+    // One controller is nobody's duplicate.
+    FUZZ_CHECK(check.duplicateIp == RenderedJsonCheck::Member::Boolean && !check.duplicateIpValue &&
+               !controller.duplicateIp);
     FUZZ_CHECK(check.everyExpectedKeySeen());
 }
 
@@ -953,6 +965,34 @@ void checkUncheckedForms(const std::string& argument) {
 
 }  // namespace
 
+// A controller that reports what was asked of it took it, and a plan that names what it reports
+// changes nothing; the value the reply reports first is the one compared.
+void checkComparisons(const Reply& reply) {
+    if (reply.command != "STATUS") {
+        return;
+    }
+    lcf::PlanRow row;
+    std::vector<std::pair<std::string, std::string>> asked;
+    for (const std::string& planned : lcf::plannedKeys()) {
+        if (const std::string* value = reply.find(planned)) {
+            asked.emplace_back(planned, *value);
+            if (!value->empty()) {
+                row.values.emplace_back(planned, *value);
+            }
+        }
+    }
+    FUZZ_CHECK(lcf::checkAssigned(asked, reply, 0.0).empty());
+    FUZZ_CHECK(lcf::planChanges(row, reply).empty());
+    for (const char* server : {"ntpip", "syslogip", "nameserver"}) {
+        const std::string* value = reply.find(server);
+        FUZZ_CHECK(lcf::checkCleared(server, reply).has_value() ==
+                   (value != nullptr && !value->empty()));
+    }
+    if (const std::string* clock = reply.find("utcclock")) {
+        FUZZ_CHECK(lcf::clockTook(*clock, *clock, 0.0));
+    }
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text = fuzz::asText(data, size);
     static std::string previousText;
@@ -968,6 +1008,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             checkAckRoundTrip(*reply);
         }
         checkRenderings(*reply);
+        checkComparisons(*reply);
     }
 
     checkMacAddress(text);

@@ -35,17 +35,17 @@ in_tool() { show "$sandbox_tool" -n "$sandbox" exec -- "$@"; }
 step "discovering every controller from the tool host"
 in_tool "$lcf_binary" discover
 
-target=$("$sandbox_tool" -n "$sandbox" exec -- "$lcf_binary" discover --json |
+target=$("$sandbox_tool" -n "$sandbox" exec -- "$lcf_binary" discover --json --expect 6 2>/dev/null |
     python3 -c 'import json,sys; print([c["mac"] for c in json.load(sys.stdin) if c["hostname"].startswith("qmt")][0])')
 step "reading every setting of the qmt controller $target"
 in_tool "$lcf_binary" query "$target"
 
-step "moving $target to 198.19.0.50 (outside the tool's subnet) with a new gateway and the host's clock"
-in_tool "$lcf_binary" assign "$target" ip=198.19.0.50 netmask=255.255.0.0 gateway=198.19.0.1 --now
+step "moving $target to 198.19.0.50 (outside the tool's subnet) with a new gateway and the host's clock, verified"
+# The controller acknowledges, applies, settles for five seconds, and is read again.
+in_tool "$lcf_binary" assign "$target" ip=198.19.0.50 netmask=255.255.0.0 gateway=198.19.0.1 --now --verify
 
 step "discovering again: the controller reports its new address, flagged as outside the subnet"
-# It settles for five seconds after an accepted change before it answers again.
-in_tool "$lcf_binary" discover --timeout 7
+in_tool "$lcf_binary" discover
 
 step "the commands the controller ran for that change"
 target_id=$("$sandbox_tool" -n "$sandbox" status | awk -v mac="$target" 'tolower($0) ~ tolower(mac) { print $1; exit }')

@@ -12,8 +12,6 @@
 namespace lcfd {
 namespace {
 
-// After an accepted ASSIGN the device gets this long to settle before the next datagram.
-constexpr unsigned kSettleSeconds = 5;
 // Room for a trace line after the largest datagram text.
 constexpr std::size_t kLongestTraceLine = 64;
 

@@ -47,6 +47,10 @@ constexpr const char* kDisplayTime = "displaytime";
 constexpr const char* kAccept = "accept";
 }  // namespace key
 
+// After acknowledging and applying an accepted ASSIGN the daemon reads nothing for this long, so
+// that the device's network can settle; requests sent meanwhile wait in its receive queue.
+constexpr unsigned kSettleSeconds = 5;
+
 constexpr const char* kSchemeStatic = "STATIC";
 constexpr const char* kSchemeDhcp = "DHCP";
 
