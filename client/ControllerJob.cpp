@@ -95,11 +95,11 @@ bool ControllerJob::offer(const lcfd::Reply& reply, const NetworkInterface& arri
     }
     answerTime_ = now - exchange_.lastSent();
     if (exchange_.kind() == RequestKind::Query) {
-        Controller controller;
-        controller.status = reply;
-        controller.interfaceName = arrivedOn.name;
-        controller.outsideSubnet = isOutsideSubnet(controller.field(lcfd::key::kIp), arrivedOn);
-        controller_ = std::move(controller);
+        Controller read;
+        read.status = reply;
+        read.interfaceName = arrivedOn.name;
+        read.outsideSubnet = isOutsideSubnet(read.field(lcfd::key::kIp), arrivedOn);
+        controller_ = std::move(read);
         if (step_ == Step::Verifying) {
             finishVerifying(reply, now);
         } else {

@@ -138,12 +138,12 @@ DiscoveryStep DiscoveryRounds::next(double now) {
             }
             until = std::min(until, resendAt);
         }
-        const double end = roundEnd();
-        if (now < end) {
-            return wait(std::min(until, end));
+        const double roundOver = roundEnd();
+        if (now < roundOver) {
+            return wait(std::min(until, roundOver));
         }
         if (heard_.empty()) {
-            return stop(DiscoveryEnd::Nothing, end);
+            return stop(DiscoveryEnd::Nothing, roundOver);
         }
         finishRound();
         if (probing_) {

@@ -50,7 +50,7 @@ struct DiscoveryStep {
 //   answer long after the others. A new controller heard then starts the rounds again.
 class DiscoveryRounds {
   public:
-    explicit DiscoveryRounds(DiscoveryLimits limits) : limits_(limits) {}
+    explicit DiscoveryRounds(const DiscoveryLimits& limits) : limits_(limits) {}
 
     DiscoveryStep next(double now);
     // The probe of `round` went out (again) at `now`.

@@ -191,11 +191,6 @@ class LineCounter {
         ++at_;
         return *this;
     }
-    LineCounter operator++(int) {
-        LineCounter before = *this;
-        ++*this;
-        return before;
-    }
     bool operator==(const LineCounter& other) const { return at_ == other.at_; }
     bool operator!=(const LineCounter& other) const { return at_ != other.at_; }
 

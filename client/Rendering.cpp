@@ -269,7 +269,9 @@ std::string renderApplyTable(const ApplyReport& report, bool dryRun) {
     const std::vector<std::string> headings = {"MAC", "LINE", "RESULT",
                                                dryRun ? "CHANGES" : "DETAIL"};
     std::vector<std::vector<std::string>> rows;
+    rows.reserve(report.rows.size());
     std::vector<std::size_t> widths;
+    widths.reserve(headings.size());
     for (const std::string& heading : headings) {
         widths.push_back(heading.size());
     }

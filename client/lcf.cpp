@@ -276,7 +276,7 @@ int runAssign(const AssignArgs& args) {
     }
     std::string verified;
     for (const auto& [fieldKey, value] : plan.assignments) {
-        verified += (verified.empty() ? "" : " ") + fieldKey + "=" + value;
+        verified.append(verified.empty() ? "" : " ").append(fieldKey).append("=").append(value);
     }
     lcf::ControllerJob job(plan, args.reach.timeout(), std::nullopt, lcf::newSeqid);
     return reportChange(job, args.reach, verified);

@@ -35,7 +35,9 @@ void checkRows(const lcf::Plan& plan, std::size_t lines) {
         for (const auto& [fieldKey, value] : row.values) {
             std::pair<std::string, std::string> checked;
             FUZZ_CHECK(!value.empty());
-            FUZZ_CHECK(!lcf::checkAssignment(fieldKey + "=" + value, checked));
+            std::string argument = fieldKey;
+            argument.append("=").append(value);
+            FUZZ_CHECK(!lcf::checkAssignment(argument, checked));
             FUZZ_CHECK(checked.first == fieldKey && checked.second == value);
             FUZZ_CHECK(fieldKey != "utcclock");
         }
