@@ -8,10 +8,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 #include "net/Version.hpp"
@@ -87,17 +89,137 @@ std::vector<NetworkInterface> probeInterfaces(const std::vector<std::string>& na
     return found;
 }
 
-std::string adapterDoubt(const std::string& interfaceName) {
-    const std::filesystem::path device = std::filesystem::path("/sys/class/net") / interfaceName;
-    std::error_code error;
-    if (std::filesystem::is_directory(device / "bridge", error) &&
-        std::filesystem::is_empty(device / "brif", error) && !error) {
-        return "a bridge with no ports";
+namespace {
+
+// What the kernel's link table says of one interface.
+struct LinkFacts {
+    int index = 0;
+    bool carrier = true;
+    bool bridge = false;
+    int master = 0;  // the bridge it is a port of, if any
+};
+
+constexpr std::size_t alignedNetlink(std::size_t length) {
+    return (length + 3U) & ~std::size_t{3U};
+}
+
+// Calls visit(type, payload, payloadLength) for each route attribute in [data, data + length).
+template <typename Visit>
+void forEachAttribute(const char* data, std::size_t length, Visit visit) {
+    constexpr std::size_t kHeader = alignedNetlink(sizeof(rtattr));
+    while (length >= sizeof(rtattr)) {
+        rtattr attribute{};
+        std::memcpy(&attribute, data, sizeof attribute);
+        if (attribute.rta_len < kHeader || attribute.rta_len > length) {
+            return;
+        }
+        visit(attribute.rta_type, data + kHeader, attribute.rta_len - kHeader);
+        const std::size_t step = alignedNetlink(attribute.rta_len);
+        if (step >= length) {
+            return;
+        }
+        data += step;
+        length -= step;
     }
-    std::ifstream carrier(device / "carrier");
-    std::string state;
-    if (carrier && std::getline(carrier, state) && state == "0") {
-        return "no carrier";
+}
+
+// Reads the body of one RTM_NEWLINK message: its index, carrier, kind and master.
+LinkFacts linkFacts(const char* body, std::size_t length) {
+    LinkFacts facts;
+    ifinfomsg info{};
+    if (length < sizeof info) {
+        return facts;
+    }
+    std::memcpy(&info, body, sizeof info);
+    facts.index = info.ifi_index;
+    const std::size_t header = alignedNetlink(sizeof info);
+    if (length < header) {
+        return facts;
+    }
+    forEachAttribute(body + header, length - header,
+                     [&](unsigned short type, const char* payload, std::size_t size) {
+                         if (type == IFLA_MASTER && size >= sizeof facts.master) {
+                             std::memcpy(&facts.master, payload, sizeof facts.master);
+                         } else if (type == IFLA_CARRIER && size >= 1) {
+                             facts.carrier = payload[0] != 0;
+                         } else if (type == IFLA_LINKINFO) {
+                             forEachAttribute(
+                                 payload, size,
+                                 [&](unsigned short inner, const char* kind, std::size_t kindSize) {
+                                     facts.bridge =
+                                         facts.bridge ||
+                                         (inner == IFLA_INFO_KIND &&
+                                          std::string(kind, strnlen(kind, kindSize)) == "bridge");
+                                 });
+                         }
+                     });
+    return facts;
+}
+
+// Every link of this network namespace, from a netlink dump; empty when it cannot be had.
+std::vector<LinkFacts> links() {
+    std::vector<LinkFacts> found;
+    const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    if (fd < 0) {
+        return found;
+    }
+    struct {
+        nlmsghdr header;
+        ifinfomsg body;
+    } request{};
+    request.header.nlmsg_len = sizeof request;
+    request.header.nlmsg_type = RTM_GETLINK;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request.body.ifi_family = AF_UNSPEC;
+    if (send(fd, &request, request.header.nlmsg_len, 0) < 0) {
+        close(fd);
+        return found;
+    }
+    std::vector<char> buffer(64 * 1024);
+    constexpr std::size_t kHeader = alignedNetlink(sizeof(nlmsghdr));
+    for (bool done = false; !done;) {
+        const ssize_t received = recv(fd, buffer.data(), buffer.size(), 0);
+        if (received <= 0) {
+            break;
+        }
+        std::size_t at = 0;
+        const auto end = static_cast<std::size_t>(received);
+        while (!done && end - at >= sizeof(nlmsghdr)) {
+            nlmsghdr message{};
+            std::memcpy(&message, buffer.data() + at, sizeof message);
+            if (message.nlmsg_len < kHeader || message.nlmsg_len > end - at) {
+                break;
+            }
+            if (message.nlmsg_type == NLMSG_DONE || message.nlmsg_type == NLMSG_ERROR) {
+                done = true;
+            } else if (message.nlmsg_type == RTM_NEWLINK) {
+                found.push_back(
+                    linkFacts(buffer.data() + at + kHeader, message.nlmsg_len - kHeader));
+            }
+            at += alignedNetlink(message.nlmsg_len);
+        }
+    }
+    close(fd);
+    return found;
+}
+
+}  // namespace
+
+std::string adapterDoubt(const std::string& interfaceName) {
+    const int index = static_cast<int>(if_nametoindex(interfaceName.c_str()));
+    const std::vector<LinkFacts> all = links();
+    for (const LinkFacts& link : all) {
+        if (link.index != index) {
+            continue;
+        }
+        const bool hasPorts = std::any_of(
+            all.begin(), all.end(), [&](const LinkFacts& other) { return other.master == index; });
+        if (link.bridge && !hasPorts) {
+            return "a bridge with no ports";
+        }
+        if (!link.carrier) {
+            return "no carrier";
+        }
     }
     return std::string();
 }

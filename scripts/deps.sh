@@ -16,7 +16,8 @@ lcfd_install_missing() {
 }
 
 # What building and testing lcfd needs.
-LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev libcli11-dev iproute2 python3 procps libbenchmark-dev)
+# nftables: the sandbox's lossy segments.
+LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev libcli11-dev iproute2 nftables python3 procps libbenchmark-dev)
 
 # What building and running the fuzz targets needs (fuzz/run): clang with libFuzzer and the
 # sanitizer runtimes, llvm-symbolizer for readable reports.

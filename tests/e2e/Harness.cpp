@@ -323,6 +323,10 @@ void inNetns(const std::string& netnsName, const std::function<void()>& work) {
 // ---------------------------------------------------------------------------
 
 Sandbox::Sandbox(const std::vector<std::string>& specs, bool startDaemons)
+    : Sandbox(specs,
+              startDaemons ? std::vector<std::string>{} : std::vector<std::string>{"--no-start"}) {}
+
+Sandbox::Sandbox(const std::vector<std::string>& specs, const std::vector<std::string>& upOptions)
     : name_("e2e" + std::to_string(getpid()) + "-" + std::to_string(sandboxCounter++)) {
     std::vector<std::string> args = {"up", "--lcfd", lcfdBinary(), "--owner-pid",
                                      std::to_string(getpid())};
@@ -330,9 +334,7 @@ Sandbox::Sandbox(const std::vector<std::string>& specs, bool startDaemons)
         args.push_back("-c");
         args.push_back(board);
     }
-    if (!startDaemons) {
-        args.push_back("--no-start");
-    }
+    args.insert(args.end(), upOptions.begin(), upOptions.end());
     ProcessResult up = tool(args, Seconds(60));
     upOutput_ = up.out + up.err;
     ok_ = up.status == 0;

@@ -82,6 +82,8 @@ class Sandbox {
   public:
     // specs: one per controller, e.g. "arm9", "imx,iface=eth0", "arm9,nobcast".
     explicit Sandbox(const std::vector<std::string>& specs, bool startDaemons = true);
+    // With options of "lcfd-sandbox up" (e.g. {"--loss", "10"}); the daemons are started.
+    Sandbox(const std::vector<std::string>& specs, const std::vector<std::string>& upOptions);
     ~Sandbox();
     Sandbox(const Sandbox&) = delete;
     Sandbox& operator=(const Sandbox&) = delete;

@@ -193,7 +193,7 @@ TEST(Injection, NoValueFromTheNetworkReachesAShell) {
     expectSessions(sb, sessions);
     for (int k = 1; k <= count; ++k) {
         EXPECT_EQ(entries(sb.dir(k) + "/run"),
-                  (std::set<std::string>{".lcfd-sim", "controller", "housenames", "mount"}))
+                  (std::set<std::string>{".lcfd-sim", "controller", "housenames"}))
             << "controller " << k;
     }
 }
