@@ -60,7 +60,8 @@ std::optional<std::string> ControllerJob::due(double now, const ArrivalPace& pac
     }
     if (now >= exchange_.giveUpAt(pace) && exchange_.attempts() > 0) {
         outcome_ = JobOutcome::NoAnswer;
-        waitedSeconds_ = now - exchange_.firstSent();
+        // The bound that was kept, not how late this wake-up came on a busy machine.
+        waitedSeconds_ = exchange_.giveUpAt(pace) - exchange_.firstSent();
         return std::nullopt;
     }
     if (now < exchange_.dueAt(pace)) {

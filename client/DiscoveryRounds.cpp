@@ -12,6 +12,10 @@ namespace {
 // with at most this chance.
 constexpr double kUnheardChance = 0.002;
 
+// A pause in the answers of a round is waited out for this share of the time the round has
+// been answered so far (within the longest quiet period).
+constexpr double kPatience = 0.1;
+
 }  // namespace
 
 int DiscoveryRounds::quietRoundsNeeded(double answerShare, int maxRounds) {
@@ -42,6 +46,7 @@ bool DiscoveryRounds::answered(int round, const std::string& mac, double now) {
     Round& answeredRound = rounds_[static_cast<std::size_t>(round - 1)];
     slowestAnswer_ = std::max(slowestAnswer_, now - answeredRound.sentAt);
     answeredRound.answered.insert(mac);
+    answeredRound.lastAnswer = std::max(answeredRound.lastAnswer, now);
     const bool isNew = heard_.insert(mac).second;
     if (isNew) {
         // Counted for the round in progress: the segment is still revealing controllers.
@@ -75,7 +80,16 @@ double DiscoveryRounds::roundEnd() const {
         // Answers to earlier probes that are still arriving keep the round open as well.
         return std::max(round.sentAt + deadline, pace_.quietFrom(round.sentAt));
     }
-    return *pace_.last() + quietAfterLatest();  // an answer of this round has arrived
+    // An answer of this round has arrived. Unless every known controller has answered it, the
+    // round lasts at least as long as the one before took to be answered: that is how long
+    // this segment needs, and answers still missing before then are late, not lost.
+    const double quietAt = *pace_.last() + quietAfterLatest();
+    const bool everyoneAnswered = rounds_.size() > 1 && round.answered.size() >= heard_.size();
+    if (rounds_.size() == 1 || everyoneAnswered) {
+        return quietAt;
+    }
+    const Round& before = rounds_[rounds_.size() - 2];
+    return std::max(quietAt, round.sentAt + (before.lastAnswer - before.sentAt));
 }
 
 double DiscoveryRounds::quietAfterLatest() const {
@@ -83,7 +97,14 @@ double DiscoveryRounds::quietAfterLatest() const {
     // follow: the gaps of the past came from their different reading times.
     const bool everyoneAnswered =
         rounds_.size() > 1 && rounds_.back().answered.size() >= heard_.size();
-    return everyoneAnswered ? timing::kShortestQuietSeconds : pace_.quietSeconds();
+    if (everyoneAnswered) {
+        return timing::kShortestQuietSeconds;
+    }
+    // The longer a round has been answered, the longer a pause in its stream is waited out:
+    // ending it early costs every controller still to answer one more reading.
+    const double answeredFor = *pace_.last() - rounds_.back().sentAt;
+    return std::max(pace_.quietSeconds(),
+                    std::min(timing::kLongestQuietSeconds, kPatience * answeredFor));
 }
 
 double DiscoveryRounds::settledAt() const {

@@ -38,10 +38,12 @@ struct DiscoveryStep {
 // answers, that never reads a clock itself.
 //
 // - A round is one probe (a QUERY with a seqid of its own) broadcast on every interface. It lasts
-//   until its answers have stopped arriving for a quiet period derived from their spacing; when
-//   none of its answers came, until the longest answer time (first round) or twice the slowest
-//   answer seen (later rounds). While nothing at all has answered, the first probe is sent once
-//   more halfway, in case it was lost.
+//   until its answers have stopped arriving for a quiet period derived from their spacing and
+//   growing with the time the round has been answered (a long stream may pause); a later round
+//   also at least as long as the one before took, unless every known controller answered it.
+//   When none of its answers came, it lasts until the longest answer time (first round) or
+//   twice the slowest answer seen (later rounds). While nothing at all has answered, the first
+//   probe is sent once more halfway, in case it was lost.
 // - Probing goes on until K rounds in a row brought no new controller. K follows from how many
 //   of the known controllers answered each round: 1 on a segment that lost nothing, more where
 //   answers go missing, so that a controller that was never heard is unlikely to exist.
@@ -73,6 +75,7 @@ class DiscoveryRounds {
   private:
     struct Round {
         double sentAt = 0.0;
+        double lastAnswer = 0.0;  // when its latest answer arrived
         std::set<std::string> answered;
         std::size_t newControllers = 0;
     };

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The main job: lcfd on a simulated segment of controllers, found and configured with lcf.
 # Builds lcfd and lcf, starts six controllers of mixed platforms (each an lcfd in its own
-# network and mount namespace), discovers them, moves one to a new address, discovers again,
-# and tears everything down. Run as root on Debian.
+# network and mount namespace), discovers them, moves one to a new address and verifies it,
+# discovers again, commissions the whole segment from a plan (export, edit, dry run, apply,
+# apply again), and tears everything down. Run as root on Debian.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -47,7 +48,27 @@ in_tool "$lcf_binary" assign "$target" ip=198.19.0.50 netmask=255.255.0.0 gatewa
 step "discovering again: the controller reports its new address, flagged as outside the subnet"
 in_tool "$lcf_binary" discover
 
-step "the commands the controller ran for that change"
+step "commissioning: the segment exported as a plan"
+plan=$(mktemp --suffix=.csv)
+trap '"$sandbox_tool" -n "$sandbox" down >/dev/null 2>&1 || true; rm -f "$plan"' EXIT
+"$sandbox_tool" -n "$sandbox" exec -- "$lcf_binary" discover --csv --expect 6 2>/dev/null >"$plan"
+cat "$plan"
+
+step "the plan edited: every controller to 198.18.1.K, inside the subnet again, gateway 198.18.255.2"
+awk -F, -v OFS=, 'NR == 1 { print; next }
+    { split($10, name, "-"); $2 = "198.18.1." (name[2] + 0); $3 = "255.255.0.0"; $4 = "198.18.255.2"; print }' \
+    "$plan" >"$plan.edited" && mv "$plan.edited" "$plan"
+cat "$plan"
+in_tool "$lcf_binary" apply "$plan" --dry-run
+
+step "applying it: each controller that differs gets what differs, settles, and is read again"
+in_tool "$lcf_binary" apply "$plan"
+
+step "applying it again: nothing left to change"
+in_tool "$lcf_binary" apply "$plan"
+rm -f "$plan"
+
+step "the commands the controller ran for those changes"
 target_id=$("$sandbox_tool" -n "$sandbox" status | awk -v mac="$target" 'tolower($0) ~ tolower(mac) { print $1; exit }')
 "$sandbox_tool" -n "$sandbox" logs "$target_id" shell | grep -a -e 'tarnsetup set' -e 'date -u -s' || true
 

@@ -1,24 +1,30 @@
 #!/usr/bin/env bash
-# The scale figure of lcf: how many simulated controllers one `lcf discover` finds completely,
-# and how long it takes until the last one has answered. Not part of the test suite (a few
-# hundred controllers take minutes to start); run it by hand, as root, after a build:
+# The scale figures of lcf and the sandbox: how long COUNT simulated controllers take to start
+# and how much memory each needs, and whether one `lcf discover` with its defaults finds every
+# one of them, in how long. Not part of the test suite (hundreds of controllers take minutes);
+# run it by hand, as root, after a build:
 #
 #   sudo bash scripts/scale-discovery.sh            # 200 controllers
 #   sudo bash scripts/scale-discovery.sh 50 200 300 # one run per count
+#   sudo LCF_SCALE_LOSS=10 bash scripts/scale-discovery.sh 300   # on a segment losing 10 %
 #
 # Each run starts COUNT controllers of mixed platforms (arm9, imx, qmt, generic, unknown) on
-# one sandboxed segment, runs `lcf discover --json` on the tool side, checks that
-# every controller is in the answer exactly once with its own address and host name, prints one
-# line of figures and tears the segment down. Exit status 1 when any run missed a controller.
+# one sandboxed segment, runs `lcf discover --json` on the tool side, checks that every
+# controller is in the answer exactly once with its own address and host name, prints one line
+# of figures and tears the segment down. Memory per controller is what the machine had
+# available before `up` less what it had after, divided by COUNT. Exit status 1 when any run
+# missed a controller.
 #
-# Settings (environment): LCFD_BUILD_DIR (default build); LCF_SCALE_OPTIONS, the discover
-# options (default "--expect COUNT --timeout 60": return once all have answered; "" measures
-# the plain `lcf discover`); LCF_SCALE_SANDBOX (sandbox name, default scale).
+# Settings (environment): LCFD_BUILD_DIR (default build); LCF_SCALE_OPTIONS, more discover
+# options (default none: the plain `lcf discover`, e.g. "--expect COUNT" to return once all
+# have answered); LCF_SCALE_LOSS, the share of datagrams the segment drops (default 0);
+# LCF_SCALE_SANDBOX (sandbox name, default scale).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 build_dir=${LCFD_BUILD_DIR:-build}
-options_template=${LCF_SCALE_OPTIONS---expect COUNT --timeout 60}
+options_template=${LCF_SCALE_OPTIONS-}
+loss=${LCF_SCALE_LOSS:-0}
 sandbox=${LCF_SCALE_SANDBOX:-scale}
 sandbox_tool=tools/lcfd-sandbox
 lcfd_binary=$build_dir/src/main/lcfd
@@ -31,23 +37,29 @@ for binary in "$lcfd_binary" "$lcf_binary"; do
 done
 
 now() { date +%s.%N; }
+available_kib() { awk '/^MemAvailable:/ { print $2 }' /proc/meminfo; }
 seconds() { python3 -c 'import sys; print("%.1f" % (float(sys.argv[2]) - float(sys.argv[1])))' "$@"; }
 
 trap '"$sandbox_tool" -n "$sandbox" down >/dev/null 2>&1 || true' EXIT
 failed=0
 for count in "${counts[@]}"; do
+    available_before=$(available_kib)
     start=$(now)
     "$sandbox_tool" -n "$sandbox" up --lcfd "$lcfd_binary" --count "$count" \
-        --platforms arm9,imx,qmt,generic,unknown --wait 600 --owner-pid $$
+        --platforms arm9,imx,qmt,generic,unknown --wait 3600 --owner-pid $$ --loss "$loss"
     up_time=$(seconds "$start" "$(now)")
+    per_controller=$(python3 -c 'import sys; print("%.2f" % ((float(sys.argv[1]) - float(sys.argv[2])) / 1024 / float(sys.argv[3])))' \
+        "$available_before" "$(available_kib)" "$count")
 
     out=$(mktemp)
+    err=$(mktemp)
     start=$(now)
     status=0
     read -r -a options <<<"${options_template//COUNT/$count}"
     nsenter --net="/run/netns/lcfdsb.$sandbox.tool" -- "$lcf_binary" discover --json \
-        ${options[@]+"${options[@]}"} >"$out" || status=$?
+        ${options[@]+"${options[@]}"} >"$out" 2>"$err" || status=$?
     discover_time=$(seconds "$start" "$(now)")
+    probes=$(grep -o 'probed [a-z0-9]*' "$err" | head -n 1 | sed 's/probed //')
 
     verdict=$(python3 - "$count" "$out" <<'EOF'
 import json, sys
@@ -70,9 +82,10 @@ for k in range(1, count + 1):
 print("complete" if not problems else "INCOMPLETE (%d found; %s)" % (len(found), ", ".join(problems[:5])))
 EOF
 )
-    rm -f "$out"
-    printf '%d controllers: up %s s; lcf discover --json %s: %s in %s s, exit %d\n' \
-        "$count" "$up_time" "${options[*]+${options[*]}}" "$verdict" "$discover_time" "$status"
+    rm -f "$out" "$err"
+    printf '%d controllers, %d %% loss: up %s s, %s MB each; lcf discover --json %s: %s in %s s (probes: %s), exit %d\n' \
+        "$count" "$loss" "$up_time" "$per_controller" "${options[*]+${options[*]}}" "$verdict" \
+        "$discover_time" "$probes" "$status"
     [ "$verdict" = complete ] && [ "$status" = 0 ] || failed=1
     "$sandbox_tool" -n "$sandbox" down
 done

@@ -108,7 +108,8 @@ TEST(ControllerJob, GivesUpOnASilentControllerAfterItsTimeout) {
     const ArrivalPace pace;
     EXPECT_TRUE(job.due(0.0, pace));
     EXPECT_DOUBLE_EQ(job.wakeAt(pace), 1.0);
-    EXPECT_FALSE(job.due(1.0, pace));
+    // Woken late, as on a busy machine: the bound kept is still the user's.
+    EXPECT_FALSE(job.due(1.07, pace));
     EXPECT_EQ(job.outcome(), JobOutcome::NoAnswer);
     EXPECT_DOUBLE_EQ(job.waitedSeconds(), 1.0);
     EXPECT_EQ(job.unansweredKind(), RequestKind::Query);

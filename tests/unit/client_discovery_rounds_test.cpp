@@ -162,6 +162,21 @@ TEST(DiscoveryRounds, ALongStreamOfAnswersIsFollowedToItsEndBeforeTheNextRound) 
     EXPECT_EQ(timeline.end, DiscoveryEnd::Settled);
 }
 
+TEST(DiscoveryRounds, APauseOfSecondsInALongStreamDoesNotEndTheRound) {
+    // 300 answers 0.2 s apart; after the 240th (50 s into the round) the stream stalls for
+    // 4 s, as a busy machine does now and then. Each answer costs a whole reading: a round
+    // ended by the stall would make the 60 controllers still to answer read twice.
+    std::vector<SimulatedController> segment = fast(300, 2.0, 0.2);
+    for (std::size_t k = 240; k < segment.size(); ++k) {
+        segment[k].readingSeconds += 4.0;
+    }
+    const Timeline timeline = discoverOn(segment);
+    EXPECT_EQ(timeline.found, 300u);
+    ASSERT_EQ(timeline.probes.size(), 2u);
+    EXPECT_GT(timeline.probes[1], 2.0 + 0.2 * 299 + 4.0);
+    EXPECT_EQ(timeline.end, DiscoveryEnd::Settled);
+}
+
 TEST(DiscoveryRounds, RoundsGoOnWhileAnswersAreLostUntilNoControllerIsLikelyToBeMissing) {
     // Twenty controllers; every fifth send misses each of them, a different one each time.
     std::vector<SimulatedController> segment = fast(20);
