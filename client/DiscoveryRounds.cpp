@@ -13,7 +13,8 @@ namespace {
 constexpr double kUnheardChance = 0.002;
 
 // A pause in the answers of a round is waited out for this share of the time the round has
-// been answered so far (within the longest quiet period).
+// been answered so far, up to the longest answer time: a controller that is still reading
+// answers within that.
 constexpr double kPatience = 0.1;
 
 }  // namespace
@@ -104,7 +105,7 @@ double DiscoveryRounds::quietAfterLatest() const {
     // ending it early costs every controller still to answer one more reading.
     const double answeredFor = *pace_.last() - rounds_.back().sentAt;
     return std::max(pace_.quietSeconds(),
-                    std::min(timing::kLongestQuietSeconds, kPatience * answeredFor));
+                    std::min(timing::kLongestAnswerSeconds, kPatience * answeredFor));
 }
 
 double DiscoveryRounds::settledAt() const {

@@ -68,9 +68,10 @@ step "applying it again: nothing left to change"
 in_tool "$lcf_binary" apply "$plan"
 rm -f "$plan"
 
-step "the commands the controller ran for those changes"
+step "the commands the controller ran for those changes (the clock is set once more after the address)"
 target_id=$("$sandbox_tool" -n "$sandbox" status | awk -v mac="$target" 'tolower($0) ~ tolower(mac) { print $1; exit }')
-"$sandbox_tool" -n "$sandbox" logs "$target_id" shell | grep -a -e 'tarnsetup set' -e 'date -u -s' || true
+"$sandbox_tool" -n "$sandbox" logs "$target_id" shell | sed 's/^[0-9]*://' |
+    grep -a -e 'tarnsetup set' -e 'date -u -s' || true
 
 step "tearing the segment down"
 show "$sandbox_tool" -n "$sandbox" down

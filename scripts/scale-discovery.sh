@@ -18,7 +18,13 @@
 # Settings (environment): LCFD_BUILD_DIR (default build); LCF_SCALE_OPTIONS, more discover
 # options (default none: the plain `lcf discover`, e.g. "--expect COUNT" to return once all
 # have answered); LCF_SCALE_LOSS, the share of datagrams the segment drops (default 0);
-# LCF_SCALE_SANDBOX (sandbox name, default scale).
+# LCF_SCALE_UP_OPTIONS, more options of the sandbox's `up` (default --no-crosstalk: the
+# controllers do not hear one another's replies, which on two shared cores overflow the
+# receive queues of hundreds of controllers; docs/sandbox.md); LCF_SCALE_SANDBOX (sandbox
+# name, default scale); LCF_SCALE_APPLY=1, then also a plan that moves every controller to a
+# new address (198.18.100+ instead of 198.18.0+), applied with `lcf apply` and its defaults,
+# timed, and checked by its exit status (apply verifies each change by reading the controller
+# again).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -26,6 +32,7 @@ build_dir=${LCFD_BUILD_DIR:-build}
 options_template=${LCF_SCALE_OPTIONS-}
 loss=${LCF_SCALE_LOSS:-0}
 sandbox=${LCF_SCALE_SANDBOX:-scale}
+read -r -a up_options <<<"${LCF_SCALE_UP_OPTIONS---no-crosstalk}"
 sandbox_tool=tools/lcfd-sandbox
 lcfd_binary=$build_dir/src/main/lcfd
 lcf_binary=$(realpath "$build_dir/client/lcf")
@@ -46,7 +53,8 @@ for count in "${counts[@]}"; do
     available_before=$(available_kib)
     start=$(now)
     "$sandbox_tool" -n "$sandbox" up --lcfd "$lcfd_binary" --count "$count" \
-        --platforms arm9,imx,qmt,generic,unknown --wait 3600 --owner-pid $$ --loss "$loss"
+        --platforms arm9,imx,qmt,generic,unknown --wait 3600 --owner-pid $$ --loss "$loss" \
+        ${up_options[@]+"${up_options[@]}"}
     up_time=$(seconds "$start" "$(now)")
     per_controller=$(python3 -c 'import sys; print("%.2f" % ((float(sys.argv[1]) - float(sys.argv[2])) / 1024 / float(sys.argv[3])))' \
         "$available_before" "$(available_kib)" "$count")
@@ -82,10 +90,30 @@ for k in range(1, count + 1):
 print("complete" if not problems else "INCOMPLETE (%d found; %s)" % (len(found), ", ".join(problems[:5])))
 EOF
 )
+    applied=""
+    if [ "${LCF_SCALE_APPLY:-0}" = 1 ]; then
+        plan=$(mktemp --suffix=.csv)
+        python3 - "$out" >"$plan" <<'EOF'
+import json, sys
+print("mac,ip")
+for c in json.load(open(sys.argv[1])):
+    a, b, third, fourth = c["ip"].split(".")
+    print("%s,%s.%s.%d.%s" % (c["mac"], a, b, int(third) + 100, fourth))
+EOF
+        start=$(now)
+        apply_status=0
+        nsenter --net="/run/netns/lcfdsb.$sandbox.tool" -- "$lcf_binary" apply "$plan" \
+            >"$err" 2>&1 || apply_status=$?
+        applied=$(printf '; lcf apply of %d new addresses: exit %d in %s s' \
+            "$(($(wc -l <"$plan") - 1))" "$apply_status" "$(seconds "$start" "$(now)")")
+        tail -n 8 "$err"
+        rm -f "$plan"
+        [ "$apply_status" = 0 ] || failed=1
+    fi
     rm -f "$out" "$err"
-    printf '%d controllers, %d %% loss: up %s s, %s MB each; lcf discover --json %s: %s in %s s (probes: %s), exit %d\n' \
-        "$count" "$loss" "$up_time" "$per_controller" "${options[*]+${options[*]}}" "$verdict" \
-        "$discover_time" "$probes" "$status"
+    printf '%d controllers, %d %% loss, up %s: up %s s, %s MB each; lcf discover --json %s: %s in %s s (probes: %s), exit %d%s\n' \
+        "$count" "$loss" "${up_options[*]-}" "$up_time" "$per_controller" "${options[*]+${options[*]}}" "$verdict" \
+        "$discover_time" "$probes" "$status" "$applied"
     [ "$verdict" = complete ] && [ "$status" = 0 ] || failed=1
     "$sandbox_tool" -n "$sandbox" down
 done
