@@ -175,7 +175,9 @@ std::vector<LinkFacts> links() {
         close(fd);
         return found;
     }
-    std::vector<char> buffer(64 * 1024);
+    // A dump comes in datagrams of at most a page or two; this holds any of them whole.
+    constexpr std::size_t kDumpBufferBytes = std::size_t{64} * 1024;
+    std::vector<char> buffer(kDumpBufferBytes);
     constexpr std::size_t kHeader = alignedNetlink(sizeof(nlmsghdr));
     for (bool done = false; !done;) {
         const ssize_t received = recv(fd, buffer.data(), buffer.size(), 0);
