@@ -21,6 +21,11 @@ using Json = nlohmann::ordered_json;
 // What a discovery shows in place of a live clock read from the host's clock.
 inline constexpr const char* kLiveClock = "YYYYMMDDhhmmss";
 
+// What discover prints on standard output when nothing answered: the empty table.
+inline constexpr const char* kNoControllersTable =
+    "MAC  IP  NETMASK  GATEWAY  SCHEME  HOSTNAME  CONTROLLER  SDK  UTCCLOCK  INTERFACE  NOTE\n"
+    "0 controllers found\n";
+
 struct LcfRun {
     ProcessResult result;
     double seconds = 0.0;
