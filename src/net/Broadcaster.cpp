@@ -1,6 +1,7 @@
 #include "net/Broadcaster.hpp"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -19,7 +20,6 @@ constexpr const char* kDefaultBridge = "br0";
 // The kernel copies the device name from this buffer; the option length given with it is 4.
 constexpr std::size_t kDeviceNameBufferSize = 10;
 constexpr socklen_t kBindToDeviceOptionLength = 4;
-constexpr int kIpHeaderIncludedOption = 3;  // IP_HDRINCL at the IP level (0)
 
 // Transport errors are written as the text followed by errno in decimal.
 void reportErrno(const char* text) {
@@ -50,7 +50,7 @@ Broadcaster::Broadcaster(IBroadcasterCallback* callback_, std::uint16_t port_,
       socketFd(0),
       bindAddress(ipv4Address(htonl(INADDR_ANY), port_)),
       broadcastAddress(ipv4Address(htonl(INADDR_BROADCAST), port_)) {
-    socketFd = socket(AF_INET, SOCK_DGRAM, 17);
+    socketFd = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     // 0 is this class's "no socket"; -1 is caught by the next call failing on a bad descriptor.
     if (socketFd == 0) {
         failSetup("Error creating socket: ");
@@ -125,7 +125,7 @@ void Broadcaster::sendRawFrame(const char* text) {
     std::memset(frame.bytes, 0, sizeof frame.bytes);
     const sockaddr_in destination = ipv4Address(inet_addr("255.255.255.255"), kRawFramePort);
 
-    const int rawFd = socket(AF_INET, SOCK_RAW, 255);
+    const int rawFd = socket(AF_INET, SOCK_RAW, IPPROTO_RAW);
     if (rawFd < 0) {
         reportErrno("Failed to create raw socket: ");
         return;
@@ -137,7 +137,7 @@ void Broadcaster::sendRawFrame(const char* text) {
         // cppcheck-suppress resourceLeak ; left open on purpose, see above
         return;
     }
-    if (setsockopt(rawFd, 0, kIpHeaderIncludedOption, &enable, sizeof enable) == -1) {
+    if (setsockopt(rawFd, IPPROTO_IP, IP_HDRINCL, &enable, sizeof enable) == -1) {
         reportErrno("Error setting socket hdrincl option: ");
         // cppcheck-suppress resourceLeak ; left open on purpose, see above
         return;
