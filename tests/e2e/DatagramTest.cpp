@@ -2,13 +2,14 @@
 #include <gtest/gtest.h>
 
 #include "Harness.hpp"
+#include "net/Version.hpp"
 
 namespace e2e {
 namespace {
 
 const std::string kStartup =
-    "lcfd:Detected controller type: 2\nlcfd:Finished reading network settings\n"
-    "LAN Config Facility 4.12 : Listening for broadcast packets\n";
+    std::string("lcfd:Detected controller type: 2\nlcfd:Finished reading network settings\n") +
+    "LAN Config Facility " + lcfd::kVersion + " : Listening for broadcast packets\n";
 const std::string kNotUnderstood = "[198.18.255.254] Message not understood... \n\n";
 const std::string kUnderstood = "[198.18.255.254] Message understood... \n\n";
 

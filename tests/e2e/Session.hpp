@@ -13,11 +13,12 @@
 #include <vector>
 
 #include "Harness.hpp"
+#include "net/Version.hpp"
 
 namespace e2e {
 
 inline const std::string kListening =
-    "LAN Config Facility 4.12 : Listening for broadcast packets\n";
+    std::string("LAN Config Facility ") + lcfd::kVersion + " : Listening for broadcast packets\n";
 
 // The number a daemon logs for the platform it detected.
 inline int platformNumber(const std::string& platform) {

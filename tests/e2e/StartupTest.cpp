@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include "Harness.hpp"
+#include "net/Version.hpp"
 
 namespace e2e {
 namespace {
 
-const std::string kBanner = "LAN Config Facility 4.12 : Listening for broadcast packets\n";
+const std::string kBanner =
+    std::string("LAN Config Facility ") + lcfd::kVersion + " : Listening for broadcast packets\n";
 
 std::string startupOut(int type) {
     return "lcfd:Detected controller type: " + std::to_string(type) +

@@ -6,6 +6,7 @@
 
 #include <string>
 #include <vector>
+#include "net/Version.hpp"
 
 // The built daemon is run with command lines that answer at once. It is never started
 // without arguments here: that would bind the service port and run device commands.
@@ -92,18 +93,18 @@ bool exitedWithZero(int status) {
 
 TEST(CommandLine, VersionPrintsTheVersion) {
     const ProcessResult run = runLcfd({"--version"});
-    EXPECT_EQ(run.out, "Version: 4.12\n");
+    EXPECT_EQ(run.out, std::string("Version: ") + lcfd::kVersion + "\n");
     EXPECT_EQ(run.err, "");
     EXPECT_TRUE(exitedWithZero(run.status)) << run.status;
 }
 
 TEST(CommandLine, FurtherArgumentsAfterVersionAreIgnored) {
     const ProcessResult run = runLcfd({"--version", "extra"});
-    EXPECT_EQ(run.out, "Version: 4.12\n");
+    EXPECT_EQ(run.out, std::string("Version: ") + lcfd::kVersion + "\n");
     EXPECT_EQ(run.err, "");
     EXPECT_TRUE(exitedWithZero(run.status)) << run.status;
     const ProcessResult twice = runLcfd({"--version", "--version", "-v"});
-    EXPECT_EQ(twice.out, "Version: 4.12\n");
+    EXPECT_EQ(twice.out, std::string("Version: ") + lcfd::kVersion + "\n");
     EXPECT_EQ(twice.err, "");
     EXPECT_TRUE(exitedWithZero(twice.status)) << twice.status;
 }

@@ -34,6 +34,7 @@
 #include "TestSupport.hpp"
 #include "net/Broadcaster.hpp"
 #include "net/IBroadcasterCallback.hpp"
+#include "net/Version.hpp"
 
 namespace lcfd {
 namespace {
@@ -385,7 +386,8 @@ TEST(BroadcasterListen, DeliversAtMost512BytesAndSkipsEmptyDatagrams) {
     ASSERT_TRUE(finished) << "the receive loop did not deliver two datagrams";
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 
-    EXPECT_EQ(output, "LAN Config Facility 4.12 : Listening for broadcast packets\n");
+    EXPECT_EQ(output, std::string("LAN Config Facility ") + lcfd::kVersion +
+                          " : Listening for broadcast packets\n");
     const std::vector<Delivery> deliveries = decodeReports(reports);
     ASSERT_EQ(deliveries.size(), 2u);
     EXPECT_EQ(deliveries[0].length, 512);
