@@ -5,10 +5,10 @@
 #include <string>
 
 #include "net/RawFrame.hpp"
-#include "protocol/Message.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "protocol/Replies.hpp"
-#include "protocol/Request.hpp"
+#include "wire/Message.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Replies.hpp"
+#include "wire/Request.hpp"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <limits>
 
 #include "client/Timing.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "protocol/Request.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Request.hpp"
 
 namespace lcf {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <arpa/inet.h>
 
-#include "protocol/MessageFormat.hpp"
-#include "settings/Settings.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcf {
 

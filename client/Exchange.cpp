@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "client/Timing.hpp"
-#include "protocol/MessageFormat.hpp"
+#include "wire/MessageFormat.hpp"
 
 namespace lcf {
 

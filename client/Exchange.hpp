@@ -4,7 +4,7 @@
 #include <string>
 
 #include "client/ArrivalPace.hpp"
-#include "protocol/Replies.hpp"
+#include "wire/Replies.hpp"
 
 namespace lcf {
 

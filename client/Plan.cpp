@@ -8,8 +8,7 @@
 
 #include "client/Csv.hpp"
 #include "client/Validation.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "settings/Settings.hpp"
+#include "wire/MessageFormat.hpp"
 
 namespace lcf {
 namespace {

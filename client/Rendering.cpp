@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "client/Csv.hpp"
-#include "protocol/MessageFormat.hpp"
+#include "wire/MessageFormat.hpp"
 
 namespace lcf {
 namespace {

@@ -6,8 +6,8 @@
 #include <random>
 
 #include "client/Transport.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "protocol/Request.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Request.hpp"
 
 namespace lcf {
 namespace {

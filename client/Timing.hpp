@@ -8,7 +8,7 @@
 //   request that arrives then waits in its queue.
 // Times are seconds on one steady clock.
 
-#include "protocol/MessageFormat.hpp"
+#include "wire/MessageFormat.hpp"
 
 namespace lcf::timing {
 

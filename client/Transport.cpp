@@ -16,7 +16,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "net/Version.hpp"
+#include "wire/Protocol.hpp"
 
 namespace lcf {
 namespace {

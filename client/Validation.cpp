@@ -3,9 +3,8 @@
 #include <cctype>
 #include <ctime>
 
-#include "device/DeviceCommands.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "settings/Settings.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcf {
 

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "protocol/MessageFormat.hpp"
+#include "wire/MessageFormat.hpp"
 
 namespace lcf {
 namespace {

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "protocol/Replies.hpp"
+#include "wire/Replies.hpp"
 
 namespace lcf {
 

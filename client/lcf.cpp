@@ -17,9 +17,8 @@
 #include "client/Timing.hpp"
 #include "client/Transport.hpp"
 #include "client/Validation.hpp"
-#include "net/Version.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "settings/Settings.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Protocol.hpp"
 
 namespace {
 

@@ -22,11 +22,12 @@
 #include "client/Validation.hpp"
 #include "client/Verification.hpp"
 #include "device/DeviceCommands.hpp"
-#include "protocol/Message.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "protocol/Replies.hpp"
-#include "protocol/Request.hpp"
 #include "settings/Settings.hpp"
+#include "wire/Message.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Replies.hpp"
+#include "wire/Request.hpp"
+#include "wire/Validators.hpp"
 
 namespace {
 

@@ -14,12 +14,13 @@
 #include <vector>
 
 #include "FuzzCheck.hpp"
+#include "device/ControllerType.hpp"
 #include "device/DeviceCommands.hpp"
-#include "protocol/Message.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "protocol/Request.hpp"
-#include "settings/ControllerType.hpp"
 #include "settings/Settings.hpp"
+#include "wire/Message.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Request.hpp"
+#include "wire/Validators.hpp"
 
 namespace {
 

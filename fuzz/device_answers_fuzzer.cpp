@@ -12,9 +12,9 @@
 #include <string>
 
 #include "FuzzCheck.hpp"
-#include "settings/ControllerType.hpp"
+#include "device/ControllerType.hpp"
+#include "device/DeviceShell.hpp"
 #include "settings/DeviceReading.hpp"
-#include "settings/ShellRunner.hpp"
 
 namespace {
 

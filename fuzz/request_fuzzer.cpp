@@ -12,10 +12,11 @@
 #include <vector>
 
 #include "FuzzCheck.hpp"
-#include "protocol/Message.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "protocol/Replies.hpp"
-#include "protocol/Request.hpp"
+#include "wire/Message.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Replies.hpp"
+#include "wire/Request.hpp"
+#include "wire/Validators.hpp"
 
 namespace {
 

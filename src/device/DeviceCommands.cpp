@@ -1,13 +1,9 @@
 #include "device/DeviceCommands.hpp"
 
+#include "wire/Protocol.hpp"
+
 namespace lcfd {
-namespace {
-
-constexpr const char* kDefaultBridge = "br0";
-constexpr std::size_t kClockValueLength = 14;
-constexpr const char* kDigits = "0123456789";
-
-}  // namespace
+namespace {}  // namespace
 
 std::string timeServerCommand(ControllerType type, const std::string& ntpip) {
     // The tools of these two platforms take the shorter verb.
@@ -31,7 +27,7 @@ std::optional<std::string> staticIpCommand(const std::string& ip, const std::str
     }
     // On the default bridge the line ends in a blank where the interface would stand.
     std::string line = "tarnsetup setip " + ip + " " + netmask + " " + gateway + " ";
-    if (interfaceName != kDefaultBridge) {
+    if (interfaceName != kDefaultInterface) {
         line += interfaceName;
     }
     return line;
@@ -39,20 +35,10 @@ std::optional<std::string> staticIpCommand(const std::string& ip, const std::str
 
 std::string dhcpCommand(const std::string& interfaceName) {
     std::string line = "tarnsetup setdhcp";
-    if (interfaceName != kDefaultBridge) {
+    if (interfaceName != kDefaultInterface) {
         line += " " + interfaceName;
     }
     return line;
-}
-
-ClockValueCheck checkClockValue(const std::string& value) {
-    if (value.size() != kClockValueLength) {
-        return ClockValueCheck::WrongLength;
-    }
-    if (value.find_first_not_of(kDigits) != std::string::npos) {
-        return ClockValueCheck::NotNumbers;
-    }
-    return ClockValueCheck::Valid;
 }
 
 std::optional<std::string> setClockCommand(ControllerType type, const std::string& value) {

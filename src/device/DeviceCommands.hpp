@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "settings/ControllerType.hpp"
+#include "device/ControllerType.hpp"
 
 namespace lcfd {
 
@@ -26,9 +26,6 @@ std::optional<std::string> staticIpCommand(const std::string& ip, const std::str
 // "tarnsetup setdhcp", with " " + interface unless it is "br0".
 std::string dhcpCommand(const std::string& interfaceName);
 
-enum class ClockValueCheck { Valid, WrongLength, NotNumbers };
-// Fourteen digits, YYYYMMDDhhmmss; no range check on the parts.
-ClockValueCheck checkClockValue(const std::string& value);
 // The platform's "date" form setting the clock to a checked value; nothing on an unknown one.
 std::optional<std::string> setClockCommand(ControllerType type, const std::string& value);
 

@@ -2,8 +2,8 @@
 #include <cstring>
 #include <exception>
 
-#include "net/Version.hpp"
-#include "protocol/MessageDispatcher.hpp"
+#include "daemon/MessageDispatcher.hpp"
+#include "wire/Protocol.hpp"
 
 namespace {
 

@@ -11,12 +11,11 @@
 #include <cstring>
 
 #include "net/RawFrame.hpp"
-#include "net/Version.hpp"
+#include "wire/Protocol.hpp"
 
 namespace lcfd {
 namespace {
 
-constexpr const char* kDefaultBridge = "br0";
 // The kernel copies the device name from this buffer; the option length given with it is 4.
 constexpr std::size_t kDeviceNameBufferSize = 10;
 constexpr socklen_t kBindToDeviceOptionLength = 4;
@@ -96,7 +95,7 @@ void Broadcaster::listen() {
 }
 
 void Broadcaster::broadcast(const char* text, std::int64_t length) {
-    if (interfaceName == kDefaultBridge) {
+    if (interfaceName == kDefaultInterface) {
         if (socketFd == 0) {
             return;
         }

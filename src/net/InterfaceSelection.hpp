@@ -2,13 +2,14 @@
 
 #include <string>
 
+#include "wire/Protocol.hpp"
+
 struct ifaddrs;
 
 namespace lcfd {
 
 // The optional one-value file that names the interface the daemon serves.
 constexpr const char* kInterfaceFilePath = "/home/etc/tarnsetup.d/lcfd_interface";
-constexpr const char* kDefaultInterface = "br0";
 constexpr std::size_t kMaxInterfaceNameLength = 9;
 
 constexpr const char* kNetmaskLookupFailed = "ERROR::getifaddrs failed";

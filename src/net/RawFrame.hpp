@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "wire/Protocol.hpp"
+
 namespace lcfd {
 
 // A reply sent on the raw path is wrapped by hand in an IPv4 and a UDP header.
@@ -12,7 +14,7 @@ constexpr std::size_t kRawHeadersSize = 28;  // 20 bytes of IPv4 header, 8 of UD
 constexpr std::size_t kMaxRawPayload = 1471;
 // The checksum at offset 10 is taken over this many 16-bit units of the frame.
 constexpr std::int32_t kFrameChecksumUnits = 28;
-constexpr std::uint16_t kRawFramePort = 7217;
+constexpr std::uint16_t kRawFramePort = kServicePort;
 constexpr std::uint16_t kRawFrameIdentification = 54321;
 constexpr std::uint8_t kRawFrameTimeToLive = 64;
 

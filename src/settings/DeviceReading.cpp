@@ -7,6 +7,8 @@
 
 #include "log/Log.hpp"
 #include "settings/Settings.hpp"
+#include "wire/Protocol.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcfd {
 namespace {
@@ -38,7 +40,7 @@ ControllerType controllerTypeFromSdk(const std::string& answer) {
 
 std::string withInterface(const char* query, const std::string& interfaceName) {
     std::string command = query;
-    if (interfaceName != "br0") {
+    if (interfaceName != kDefaultInterface) {
         command += " ";
         command += interfaceName;
     }

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "settings/ControllerType.hpp"
+#include "device/ControllerType.hpp"
 
 namespace lcfd {
 

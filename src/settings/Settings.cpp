@@ -1,17 +1,17 @@
 #include "settings/Settings.hpp"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <cctype>
 
 #include "net/InterfaceSelection.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Protocol.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcfd {
 namespace {
 
 constexpr const char* kDefaultHostname = "none";
-constexpr const char* kDefaultIpScheme = "STATIC";
 constexpr const char* kSerialNumber = "_serialNumber";
 
 void removeAll(std::string& text, char unwanted) {
@@ -36,30 +36,13 @@ std::string cleanText(const std::string& text) {
     return cleaned;
 }
 
-std::string upperCased(const std::string& text) {
-    std::string upper;
-    assignUpperCased(upper, text);
-    return upper;
-}
+Settings::Settings() : Settings(systemShell()) {}
 
-void assignUpperCased(std::string& target, const std::string& text) {
-    target.assign(text);
-    for (char& byte : target) {
-        byte = static_cast<char>(std::toupper(static_cast<unsigned char>(byte)));
-    }
-}
-
-bool isValidIpv4(const std::string& text) {
-    in_addr address{};
-    // inet_pton reads only up to the first zero byte; whatever stood after one would be
-    // stored with the address.
-    return text.find('\0') == std::string::npos && inet_pton(AF_INET, text.c_str(), &address) == 1;
-}
-
-Settings::Settings()
+Settings::Settings(DeviceShell& deviceShell)
     : hostname(kDefaultHostname),
-      ipscheme(kDefaultIpScheme),
+      ipscheme(kSchemeStatic),
       interface(kDefaultInterface),
+      shell(&deviceShell),
       controllerType(ControllerType::Unknown) {}
 
 Settings::~Settings() = default;
@@ -231,13 +214,17 @@ std::string Settings::getInterfaceNetmask() {
 
 void Settings::takeSnapshot() {
     snapshot.reset();
-    snapshot = std::make_unique<Settings>();
+    snapshot = std::make_unique<Settings>(*shell);
     *snapshot = *this;
 }
 
 void Settings::reload() {
     readFromDevice();
     takeSnapshot();
+}
+
+std::string Settings::runShellCommand(const std::string& command, bool firstWordOnly) const {
+    return shell->query(command, firstWordOnly);
 }
 
 }  // namespace lcfd

@@ -3,25 +3,23 @@
 #include <memory>
 #include <string>
 
-#include "settings/ControllerType.hpp"
+#include "device/ControllerType.hpp"
+#include "device/DeviceShell.hpp"
 
 namespace lcfd {
 
 // Removes every carriage return, line feed and tab, wherever it stands.
 std::string cleanText(const std::string& text);
-// Passes every byte through toupper (the daemon never changes the locale).
-std::string upperCased(const std::string& text);
-// The same, into `target`, reusing its storage.
-void assignUpperCased(std::string& target, const std::string& text);
-// Four decimal numbers 0..255 separated by dots and nothing else (inet_pton, AF_INET).
-bool isValidIpv4(const std::string& text);
 
 // The one record of the device's values, all held as text as the tools printed them or as a
 // request supplied them. The live object owns a `snapshot` of the values last read from the
 // device; the change predicates compare against it to find what an ASSIGN changed.
 class Settings {
   public:
+    // A record whose device is the board's real shell.
     Settings();
+    // A record whose device is reached through `shell`, which must outlive it.
+    explicit Settings(DeviceShell& shell);
     virtual ~Settings();
     Settings(const Settings&) = delete;
     // Copies the device-read fields devicehostname .. ipscheme only.
@@ -118,8 +116,8 @@ class Settings {
     std::string getInterfaceName();
     std::string getInterfaceNetmask();
 
-    // Runs a command line through the shell and answers its first output line (or the first
-    // word of it), the empty text, or "ERROR::popen".
+    // Runs a command line through the device's shell and answers its first output line (or the
+    // first word of it), the empty text, or "ERROR::popen".
     std::string runShellCommand(const std::string& command, bool firstWordOnly) const;
 
     // Reading the device.
@@ -161,6 +159,7 @@ class Settings {
     std::string loadavg;
     std::string displaytime;
     std::unique_ptr<Settings> snapshot;
+    DeviceShell* shell;  // never null; the snapshot shares it
     ControllerType controllerType;
     mutable std::string macUpperCased;  // getMac's result, not a value of the device
 };

@@ -8,7 +8,7 @@
 #include <cstdio>
 
 #include "LcfSupport.hpp"
-#include "net/Version.hpp"
+#include "wire/Protocol.hpp"
 
 namespace e2e {
 namespace {

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "Harness.hpp"
-#include "net/Version.hpp"
+#include "wire/Protocol.hpp"
 
 namespace e2e {
 namespace {

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "Harness.hpp"
-#include "net/Version.hpp"
+#include "wire/Protocol.hpp"
 
 namespace e2e {
 

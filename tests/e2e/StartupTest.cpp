@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "Harness.hpp"
-#include "net/Version.hpp"
+#include "wire/Protocol.hpp"
 
 namespace e2e {
 namespace {

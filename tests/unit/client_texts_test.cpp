@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "protocol/Replies.hpp"
-#include "protocol/Request.hpp"
+#include "wire/Replies.hpp"
+#include "wire/Request.hpp"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "device/DeviceCommands.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcfd {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <string>
 #include <vector>
-#include "net/Version.hpp"
+#include "wire/Protocol.hpp"
 
 // The built daemon is run with command lines that answer at once. It is never started
 // without arguments here: that would bind the service port and run device commands.

@@ -34,7 +34,7 @@
 #include "TestSupport.hpp"
 #include "net/Broadcaster.hpp"
 #include "net/IBroadcasterCallback.hpp"
-#include "net/Version.hpp"
+#include "wire/Protocol.hpp"
 
 namespace lcfd {
 namespace {

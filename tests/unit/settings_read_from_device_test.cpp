@@ -12,6 +12,7 @@
 #include "net/InterfaceSelection.hpp"
 #include "settings/DeviceReading.hpp"
 #include "settings/Settings.hpp"
+#include "wire/Validators.hpp"
 
 // The reading runs against stand-ins for every device tool, first on PATH. The pipelines'
 // own helpers (grep, awk, cut, sed, cat) are the real ones. The status files under /var/run,

@@ -3,6 +3,8 @@
 #include <string>
 
 #include "settings/Settings.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcfd {
 namespace {

@@ -1,6 +1,6 @@
-#include "protocol/Replies.hpp"
+#include "wire/Replies.hpp"
 
-#include "protocol/MessageFormat.hpp"
+#include "wire/MessageFormat.hpp"
 
 namespace lcfd {
 namespace {

@@ -7,16 +7,11 @@
 
 #include "net/Broadcaster.hpp"
 #include "net/IBroadcasterCallback.hpp"
-#include "protocol/Message.hpp"
-#include "protocol/Request.hpp"
 #include "settings/Settings.hpp"
+#include "wire/Message.hpp"
+#include "wire/Request.hpp"
 
 namespace lcfd {
-
-// "[" + sender + "] Message understood... \n\n" or "] Message not understood... \n\n".
-std::string composeTrace(std::uint32_t senderAddress, bool understood);
-// The same trace appended to `output`.
-void appendTrace(std::string& output, std::uint32_t senderAddress, bool understood);
 
 // The daemon: owns the device settings and the transport, takes every datagram apart,
 // answers it, and traces it on standard output.

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "TestSupport.hpp"
+#include "device/DeviceShell.hpp"
 #include "settings/Settings.hpp"
-#include "settings/ShellRunner.hpp"
 
 namespace lcfd {
 namespace {

@@ -5,9 +5,9 @@
 
 #include <string>
 
-#include "protocol/Message.hpp"
-#include "protocol/MessageFormat.hpp"
-#include "protocol/Request.hpp"
+#include "wire/Message.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Request.hpp"
 
 namespace lcfd {
 namespace {

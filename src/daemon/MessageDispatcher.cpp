@@ -1,13 +1,12 @@
-#include "protocol/MessageDispatcher.hpp"
+#include "daemon/MessageDispatcher.hpp"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <unistd.h>
 
 #include <cstdio>
 
-#include "protocol/MessageFormat.hpp"
-#include "protocol/Replies.hpp"
+#include "daemon/Trace.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Replies.hpp"
 
 namespace lcfd {
 namespace {
@@ -20,20 +19,6 @@ void writeToStandardOutput(const std::string& bytes) {
 }
 
 }  // namespace
-
-std::string composeTrace(std::uint32_t senderAddress, bool understood) {
-    std::string trace;
-    appendTrace(trace, senderAddress, understood);
-    return trace;
-}
-
-void appendTrace(std::string& output, std::uint32_t senderAddress, bool understood) {
-    in_addr address{};
-    address.s_addr = senderAddress;
-    output += '[';
-    output += inet_ntoa(address);
-    output += understood ? "] Message understood... \n\n" : "] Message not understood... \n\n";
-}
 
 MessageDispatcher::MessageDispatcher(std::uint16_t port) : settings(std::make_unique<Settings>()) {
     consoleOutput.reserve(kReceiveBufferSize + kLongestTraceLine);

@@ -7,8 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "protocol/Message.hpp"
-#include "protocol/MessageFormat.hpp"
+#include "wire/Message.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcfd {
 namespace {

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "protocol/Message.hpp"
+#include "wire/Message.hpp"
 
 namespace lcfd {
 

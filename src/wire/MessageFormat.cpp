@@ -1,4 +1,5 @@
-#include "protocol/MessageFormat.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Validators.hpp"
 
 #include <cctype>
 #include <cstdint>
@@ -11,35 +12,9 @@ namespace {
 constexpr std::size_t kHeaderLength = 4;
 constexpr int kFirstRefusedVersion = 3;
 constexpr int kMacGroups = 6;
-constexpr int kAddressParts = 4;
-constexpr std::uint32_t kMaxAddressPart = 255;
 
 bool isHexDigit(char c) {
     return std::isxdigit(static_cast<unsigned char>(c)) != 0;
-}
-
-bool isDigitsOnly(std::string_view text) {
-    for (const char c : text) {
-        if (c < '0' || c > '9') {
-            return false;
-        }
-    }
-    return true;
-}
-
-// The number a run of decimal digits gives when read the way strtol reads it: values past
-// LONG_MAX stay at LONG_MAX, the empty run is 0.
-long decimalValueSaturated(std::string_view digits) {
-    constexpr auto kLongMax = static_cast<unsigned long>(std::numeric_limits<long>::max());
-    unsigned long value = 0;
-    for (const char c : digits) {
-        const auto digit = static_cast<unsigned long>(c - '0');
-        if (value > (kLongMax - digit) / 10) {
-            return std::numeric_limits<long>::max();
-        }
-        value = value * 10 + digit;
-    }
-    return static_cast<long>(value);
 }
 
 bool isAddressKey(std::string_view key) {
@@ -108,6 +83,19 @@ bool splitAt(const std::string& text, char separator, std::string& head, std::st
     return split.found;
 }
 
+std::string upperCased(std::string_view text) {
+    std::string upper;
+    assignUpperCased(upper, text);
+    return upper;
+}
+
+void assignUpperCased(std::string& target, std::string_view text) {
+    target.assign(text);
+    for (char& byte : target) {
+        byte = static_cast<char>(std::toupper(static_cast<unsigned char>(byte)));
+    }
+}
+
 bool hasNoReservedChars(std::string_view text) {
     return text.find_first_of(kReservedChars) == std::string_view::npos;
 }
@@ -156,10 +144,7 @@ bool parseMac(std::string_view field, Message& message) {
             }
         }
     }
-    message.mac.assign(value);
-    for (char& c : message.mac) {
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
+    assignUpperCased(message.mac, value);
     return true;
 }
 
@@ -201,27 +186,6 @@ bool parseField(std::string_view field, Message& message) {
         return true;
     }
     return hasNoReservedChars(key) && hasNoReservedChars(value);
-}
-
-bool isDottedQuad(std::string_view value) {
-    std::string_view remainder = value;
-    for (int part = 0; part < kAddressParts; ++part) {
-        const TextSplit addressPart = splitView(remainder, '.');
-        remainder = addressPart.rest;
-        if (!isDigitsOnly(addressPart.head)) {
-            return false;
-        }
-        // Only the low 32 bits of the number are compared, on purpose.
-        const long number = decimalValueSaturated(addressPart.head);
-        if (static_cast<std::uint32_t>(number) > kMaxAddressPart) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool isServerKey(std::string_view text) {
-    return text == key::kNtpIp || text == key::kSyslogIp || text == key::kNameserver;
 }
 
 }  // namespace lcfd

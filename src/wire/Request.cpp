@@ -1,6 +1,7 @@
-#include "protocol/Request.hpp"
+#include "wire/Request.hpp"
 
-#include "protocol/MessageFormat.hpp"
+#include "wire/MessageFormat.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcfd {
 

@@ -1,11 +1,11 @@
+#include "settings/ServerClearing.hpp"
+
 #include "device/DeviceCommands.hpp"
 #include "settings/Settings.hpp"
 
 namespace lcfd {
-namespace {
 
-// Every command of the platform runs, unconditionally; only the last one's answer counts.
-bool runClear(const Settings& settings, ServerSetting setting) {
+bool clearServerSetting(const Settings& settings, ServerSetting setting) {
     std::string answer;
     for (const std::string& line : clearCommands(setting, settings.getControllerType())) {
         answer = settings.runShellCommand(line, true);
@@ -13,16 +13,14 @@ bool runClear(const Settings& settings, ServerSetting setting) {
     return clearSucceeded(answer);
 }
 
-}  // namespace
-
 bool Settings::clearNtpIp() {
-    return runClear(*this, ServerSetting::TimeServer);
+    return clearServerSetting(*this, ServerSetting::TimeServer);
 }
 bool Settings::clearSyslogIp() {
-    return runClear(*this, ServerSetting::SyslogServer);
+    return clearServerSetting(*this, ServerSetting::SyslogServer);
 }
 bool Settings::clearNameserver() {
-    return runClear(*this, ServerSetting::NameServer);
+    return clearServerSetting(*this, ServerSetting::NameServer);
 }
 
 }  // namespace lcfd

@@ -1,14 +1,11 @@
+#include "settings/UtcClock.hpp"
+
 #include "device/DeviceCommands.hpp"
 #include "log/Log.hpp"
 #include "settings/Settings.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcfd {
-namespace {
-
-constexpr const char* kWrongClockLength = "Invalid format for UTC - length";
-constexpr const char* kClockNotNumbers = "Invalid format for UTC - not numbers";
-
-}  // namespace
 
 bool Settings::setUtcClock(const std::string& value) {
     switch (checkClockValue(value)) {

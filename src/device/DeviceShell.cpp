@@ -1,9 +1,9 @@
-#include "settings/ShellRunner.hpp"
+#include "device/DeviceShell.hpp"
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "log/Log.hpp"
-#include "settings/Settings.hpp"
 
 namespace lcfd {
 namespace {
@@ -26,7 +26,7 @@ std::string firstWord(const std::string& text) {
     return text.substr(begin, end - begin);
 }
 
-std::string Settings::runShellCommand(const std::string& command, bool firstWordOnly) const {
+std::string SystemShell::query(const std::string& command, bool firstWordOnly) {
     std::string result;
     // Every reading and clearing is a device tool's shell command line, by design.
     std::FILE* pipe = popen(command.c_str(), "r");  // NOLINT(cert-env33-c)
@@ -45,6 +45,16 @@ std::string Settings::runShellCommand(const std::string& command, bool firstWord
     }
     pclose(pipe);  // waits for the command; its exit status is not looked at
     return result;
+}
+
+bool SystemShell::run(const std::string& command) {
+    // The device's own tools are shell command lines; their values passed the setters' checks.
+    return std::system(command.c_str()) == 0;  // NOLINT(cert-env33-c)
+}
+
+DeviceShell& systemShell() {
+    static SystemShell shell;
+    return shell;
 }
 
 }  // namespace lcfd

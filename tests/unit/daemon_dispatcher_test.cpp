@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "TestSupport.hpp"
-#include "protocol/MessageDispatcher.hpp"
+#include "daemon/MessageDispatcher.hpp"
 
 namespace lcfd {
 namespace {
