@@ -3,6 +3,7 @@
 #include <cctype>
 #include <ctime>
 
+#include "wire/AssignableFields.hpp"
 #include "wire/MessageFormat.hpp"
 #include "wire/Validators.hpp"
 
@@ -32,11 +33,13 @@ std::optional<std::string> macProblem(const std::string& text) {
 }
 
 const std::vector<std::string>& assignableKeys() {
-    namespace key = lcfd::key;
-    static const std::vector<std::string> keys = {
-        key::kIp,    key::kNetmask,  key::kGateway,    key::kIpScheme,
-        key::kNtpIp, key::kSyslogIp, key::kNameserver, key::kUtcClock,
-    };
+    static const std::vector<std::string> keys = [] {
+        std::vector<std::string> list;
+        for (const lcfd::AssignableField& field : lcfd::assignableFields()) {
+            list.emplace_back(field.key);
+        }
+        return list;
+    }();
     return keys;
 }
 
@@ -47,27 +50,32 @@ std::optional<std::string> checkAssignment(const std::string& argument,
     if (!lcfd::splitAt(argument, lcfd::kKeyValueSeparator, fieldKey, value)) {
         return "expected key=value, got '" + argument + "'";
     }
-    bool known = false;
-    for (const std::string& candidate : assignableKeys()) {
-        known = known || candidate == fieldKey;
-    }
-    if (!known) {
+    const lcfd::AssignableField* field = lcfd::findAssignableField(fieldKey);
+    if (field == nullptr) {
         std::string list;
         for (const std::string& candidate : assignableKeys()) {
             list += (list.empty() ? "" : ", ") + candidate;
         }
         return "unknown key '" + fieldKey + "' (assignable: " + list + ")";
     }
-    if (fieldKey == lcfd::key::kIpScheme) {
-        if (value != lcfd::kSchemeStatic && value != lcfd::kSchemeDhcp) {
-            return "ipscheme must be STATIC or DHCP, got '" + value + "'";
-        }
-    } else if (fieldKey == lcfd::key::kUtcClock) {
-        if (lcfd::checkClockValue(value) != lcfd::ClockValueCheck::Valid) {
-            return "utcclock must be 14 digits YYYYMMDDhhmmss, got '" + value + "'";
-        }
-    } else if (!lcfd::isValidIpv4(value)) {
-        return "invalid IPv4 address for " + fieldKey + ": '" + value + "'";
+    // Stricter than the controller where it would drop a value silently: an address must be
+    // an IPv4 address, not merely dotted.
+    switch (field->value) {
+        case lcfd::AssignableValue::Scheme:
+            if (value != lcfd::kSchemeStatic && value != lcfd::kSchemeDhcp) {
+                return "ipscheme must be STATIC or DHCP, got '" + value + "'";
+            }
+            break;
+        case lcfd::AssignableValue::Clock:
+            if (lcfd::checkClockValue(value) != lcfd::ClockValueCheck::Valid) {
+                return "utcclock must be 14 digits YYYYMMDDhhmmss, got '" + value + "'";
+            }
+            break;
+        case lcfd::AssignableValue::Address:
+            if (!lcfd::isValidIpv4(value)) {
+                return "invalid IPv4 address for " + fieldKey + ": '" + value + "'";
+            }
+            break;
     }
     assignment = {fieldKey, value};
     return std::nullopt;

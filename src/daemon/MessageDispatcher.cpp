@@ -5,11 +5,42 @@
 #include <cstdio>
 
 #include "daemon/Trace.hpp"
+#include "wire/AssignableFields.hpp"
 #include "wire/MessageFormat.hpp"
 #include "wire/Replies.hpp"
 
 namespace lcfd {
 namespace {
+
+// Hands one requested value to the setter of its field.
+void applyField(Settings& settings, AssignableKey id, const std::string& value) {
+    switch (id) {
+        case AssignableKey::Ip:
+            settings.setIp(value);
+            return;
+        case AssignableKey::Netmask:
+            settings.setNetmask(value);
+            return;
+        case AssignableKey::Gateway:
+            settings.setGateway(value);
+            return;
+        case AssignableKey::IpScheme:
+            settings.setIpScheme(value);
+            return;
+        case AssignableKey::NtpIp:
+            settings.setNtpIp(value);
+            return;
+        case AssignableKey::SyslogIp:
+            settings.setSyslogIp(value);
+            return;
+        case AssignableKey::Nameserver:
+            settings.setNameserver(value);
+            return;
+        case AssignableKey::UtcClock:
+            settings.setUtcClock(value);
+            return;
+    }
+}
 
 // Room for a trace line after the largest datagram text.
 constexpr std::size_t kLongestTraceLine = 64;
@@ -20,7 +51,10 @@ void writeToStandardOutput(const std::string& bytes) {
 
 }  // namespace
 
-MessageDispatcher::MessageDispatcher(std::uint16_t port) : settings(std::make_unique<Settings>()) {
+MessageDispatcher::MessageDispatcher(std::uint16_t port) : MessageDispatcher(port, systemShell()) {}
+
+MessageDispatcher::MessageDispatcher(std::uint16_t port, DeviceShell& shell)
+    : settings(std::make_unique<Settings>(shell)) {
     consoleOutput.reserve(kReceiveBufferSize + kLongestTraceLine);
     // The device is read before any socket exists.
     settings->reload();
@@ -124,30 +158,13 @@ void MessageDispatcher::sendStatus() {
 }
 
 void MessageDispatcher::applyAssignment() {
-    // Fixed order; fields left empty keep the values just read. Setter results are not used.
-    if (!message.ip.empty()) {
-        settings->setIp(message.ip);
-    }
-    if (!message.netmask.empty()) {
-        settings->setNetmask(message.netmask);
-    }
-    if (!message.gateway.empty()) {
-        settings->setGateway(message.gateway);
-    }
-    if (!message.ipscheme.empty()) {
-        settings->setIpScheme(message.ipscheme);
-    }
-    if (!message.ntpip.empty()) {
-        settings->setNtpIp(message.ntpip);
-    }
-    if (!message.syslogip.empty()) {
-        settings->setSyslogIp(message.syslogip);
-    }
-    if (!message.nameserver.empty()) {
-        settings->setNameserver(message.nameserver);
-    }
-    if (!message.utcclock.empty()) {
-        settings->setUtcClock(message.utcclock);
+    // In the table's order; fields left empty keep the values just read. Setter results are
+    // not used.
+    for (const AssignableField& assignable : assignableFields()) {
+        const std::string& value = message.*assignable.field;
+        if (!value.empty()) {
+            applyField(*settings, assignable.id, value);
+        }
     }
     settings->writeNetworkSettings();
 }

@@ -19,6 +19,8 @@ class MessageDispatcher : public IBroadcasterCallback {
   public:
     // Reads the device, then opens the transport on `port` for the selected interface.
     explicit MessageDispatcher(std::uint16_t port);
+    // The same with the device reached through `shell`, which must outlive the dispatcher.
+    MessageDispatcher(std::uint16_t port, DeviceShell& shell);
     ~MessageDispatcher() override;
     MessageDispatcher(const MessageDispatcher&) = delete;
     MessageDispatcher& operator=(const MessageDispatcher&) = delete;

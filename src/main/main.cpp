@@ -1,8 +1,7 @@
 #include <cstdio>
 #include <cstring>
-#include <exception>
 
-#include "daemon/MessageDispatcher.hpp"
+#include "daemon/Daemon.hpp"
 #include "wire/Protocol.hpp"
 
 namespace {
@@ -28,13 +27,5 @@ int main(int argc, char** argv) {
         return 0;
     }
 
-    try {
-        lcfd::MessageDispatcher dispatcher(lcfd::kServicePort);
-        dispatcher.run();
-    } catch (const std::exception& exception) {
-        // The daemon does not resume serving; it reports and ends normally.
-        std::fprintf(stderr, "Exception: %s\n", exception.what());
-        return 0;
-    }
-    return 0;
+    return lcfd::serveUntilException(lcfd::kServicePort, lcfd::systemShell());
 }

@@ -7,9 +7,9 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "log/Fatal.hpp"
 #include "net/RawFrame.hpp"
 #include "wire/Protocol.hpp"
 
@@ -26,8 +26,7 @@ void reportErrno(const char* text) {
 }
 
 [[noreturn]] void failSetup(const char* text) {
-    reportErrno(text);
-    std::exit(1);
+    exitOnSetupFailure(text, errno);
 }
 
 sockaddr_in ipv4Address(in_addr_t address, std::uint16_t port) {
@@ -62,9 +61,9 @@ Broadcaster::Broadcaster(IBroadcasterCallback* callback_, std::uint16_t port_,
         failSetup("Error setting socket options: ");
     }
     if (bind(socketFd, reinterpret_cast<const sockaddr*>(&bindAddress), sizeof bindAddress) == -1) {
-        reportErrno("Error binding socket: ");
+        const int bindError = errno;
         close(socketFd);
-        std::exit(1);
+        exitOnSetupFailure("Error binding socket: ", bindError);
     }
 }
 
@@ -143,7 +142,7 @@ void Broadcaster::sendRawFrame(const char* text) {
     }
     char deviceName[kDeviceNameBufferSize] = {};
     if (interfaceName.size() >= kDeviceNameBufferSize) {
-        std::abort();  // interface selection never yields a name this long
+        abortOnBrokenPromise();  // interface selection never yields a name this long
     }
     std::memcpy(deviceName, interfaceName.data(), interfaceName.size());
     // Only four bytes reach the kernel: br0 and eth0 bind as named, longer names by their

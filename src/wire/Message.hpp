@@ -22,13 +22,7 @@ struct Message {
 
     // Empties every field. Their storage is kept, so that the next datagram's values are
     // stored without allocating.
-    void reset() {
-        for (std::string* field :
-             {&mac, &ipscheme, &gateway, &unusedField1, &unusedField2, &syslogip, &nameserver,
-              &ntpip, &ip, &netmask, &seqid, &utcclock}) {
-            field->clear();
-        }
-    }
+    void reset();
 };
 
 }  // namespace lcfd

@@ -1,10 +1,12 @@
 #include "wire/MessageFormat.hpp"
-#include "wire/Validators.hpp"
 
 #include <cctype>
 #include <cstdint>
 #include <limits>
 #include <utility>
+
+#include "wire/AssignableFields.hpp"
+#include "wire/Validators.hpp"
 
 namespace lcfd {
 namespace {
@@ -15,30 +17,6 @@ constexpr int kMacGroups = 6;
 
 bool isHexDigit(char c) {
     return std::isxdigit(static_cast<unsigned char>(c)) != 0;
-}
-
-bool isAddressKey(std::string_view key) {
-    return key == key::kIp || key == key::kNetmask || key == key::kGateway || key == key::kNtpIp ||
-           key == key::kSyslogIp || key == key::kNameserver;
-}
-
-std::string& addressField(std::string_view key, Message& message) {
-    if (key == key::kIp) {
-        return message.ip;
-    }
-    if (key == key::kNetmask) {
-        return message.netmask;
-    }
-    if (key == key::kGateway) {
-        return message.gateway;
-    }
-    if (key == key::kNtpIp) {
-        return message.ntpip;
-    }
-    if (key == key::kSyslogIp) {
-        return message.syslogip;
-    }
-    return message.nameserver;
 }
 
 }  // namespace
@@ -169,21 +147,27 @@ bool parseField(std::string_view field, Message& message) {
     if (key.empty() || value.empty()) {
         return false;
     }
-    if (isAddressKey(key)) {
-        if (isDottedQuad(value)) {
-            addressField(key, message).assign(value);
-            return true;
+    if (const AssignableField* assignable = findAssignableField(key)) {
+        std::string& stored = message.*assignable->field;
+        switch (assignable->value) {
+            case AssignableValue::Address:
+                if (isDottedQuad(value)) {
+                    stored.assign(value);
+                    return true;
+                }
+                // An ill-formed address is dropped, not refused: it falls through to the
+                // generic rule.
+                break;
+            case AssignableValue::Scheme:
+                if (value == kSchemeStatic || value == kSchemeDhcp) {
+                    stored.assign(value);
+                    return true;
+                }
+                return false;
+            case AssignableValue::Clock:
+                stored.assign(value);
+                return true;
         }
-        // An ill-formed address is dropped, not refused: it falls through to the generic rule.
-    } else if (key == key::kIpScheme) {
-        if (value == kSchemeStatic || value == kSchemeDhcp) {
-            message.ipscheme.assign(value);
-            return true;
-        }
-        return false;
-    } else if (key == key::kUtcClock) {
-        message.utcclock.assign(value);
-        return true;
     }
     return hasNoReservedChars(key) && hasNoReservedChars(value);
 }

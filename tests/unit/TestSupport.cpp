@@ -1,11 +1,18 @@
 #include "TestSupport.hpp"
 
 #include <fcntl.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sched.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <sys/stat.h>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <sstream>
@@ -202,6 +209,77 @@ std::vector<std::string> splitLines(const std::string& text) {
         lines.push_back(line);
     }
     return lines;
+}
+
+void ScriptedShell::answer(const std::string& command, const std::string& text) {
+    answers_[command] = text;
+}
+
+void ScriptedShell::runOutcome(const std::string& command, bool succeeds) {
+    outcomes_[command] = succeeds;
+}
+
+void ScriptedShell::throwFrom(std::size_t count, const std::string& text) {
+    throwFrom_ = count;
+    throwText_ = text;
+}
+
+void ScriptedShell::record(const std::string& line) {
+    lines_.push_back(line);
+    if (throwFrom_ != 0 && lines_.size() >= throwFrom_) {
+        throw std::runtime_error(throwText_);
+    }
+}
+
+std::string ScriptedShell::query(const std::string& command, bool firstWordOnly) {
+    record(firstWordOnly ? command + " [word]" : command);
+    const auto found = answers_.find(command);
+    return found == answers_.end() ? std::string() : found->second;
+}
+
+bool ScriptedShell::run(const std::string& command) {
+    record(command);
+    const auto found = outcomes_.find(command);
+    return found == outcomes_.end() || found->second;
+}
+
+bool privateNamespacesAvailable() {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(unshare(CLONE_NEWNET) == 0 ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+bool setUpLoopbackAs(const std::string& deviceName, bool up) {
+    const int control = socket(AF_INET, SOCK_DGRAM, 0);
+    ifreq rename{};
+    std::strncpy(rename.ifr_name, "lo", IFNAMSIZ - 1);
+    std::strncpy(rename.ifr_newname, deviceName.c_str(), IFNAMSIZ - 1);
+    bool done = deviceName == "lo" || ioctl(control, SIOCSIFNAME, &rename) == 0;
+    ifreq flags{};
+    std::strncpy(flags.ifr_name, deviceName.c_str(), IFNAMSIZ - 1);
+    done = done && ioctl(control, SIOCGIFFLAGS, &flags) == 0;
+    if (up) {
+        flags.ifr_flags = static_cast<short>(flags.ifr_flags | IFF_UP);
+    }
+    done = done && ioctl(control, SIOCSIFFLAGS, &flags) == 0;
+    close(control);
+    return done;
+}
+
+bool portIsFree(std::uint16_t port) {
+    const int probe = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool bound =
+        bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    close(probe);
+    return bound;
 }
 
 }  // namespace lcfd::test

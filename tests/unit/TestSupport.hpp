@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "device/DeviceShell.hpp"
 
 namespace lcfd::test {
 
@@ -100,6 +103,48 @@ class StandInTools {
 };
 
 std::string readFile(const std::string& path);
+
+// A device reached without a shell: answers queries from a table, records every command line
+// (queries and runs alike, in order), and can fail the way a broken device library would.
+// Lines it has no answer for get the empty answer, and runs succeed, unless told otherwise.
+class ScriptedShell : public DeviceShell {
+  public:
+    // The answer to a query of exactly `command`, as the shell would give it (first line, or
+    // its first word when asked for one: the answer is returned as given here either way).
+    void answer(const std::string& command, const std::string& text);
+    // The outcome of running exactly `command`.
+    void runOutcome(const std::string& command, bool succeeds);
+    // From the `count`-th command line on (counting from 1), every query and run throws a
+    // std::runtime_error with `text`.
+    void throwFrom(std::size_t count, const std::string& text);
+
+    std::string query(const std::string& command, bool firstWordOnly) override;
+    bool run(const std::string& command) override;
+
+    // Every command line so far; queries asked for one word are marked with " [word]".
+    const std::vector<std::string>& lines() const { return lines_; }
+    void clearLines() { lines_.clear(); }
+
+  private:
+    void record(const std::string& line);
+
+    std::map<std::string, std::string> answers_;
+    std::map<std::string, bool> outcomes_;
+    std::size_t throwFrom_ = 0;
+    std::string throwText_;
+    std::vector<std::string> lines_;
+};
+
+// Whether this process may make a network namespace of its own (root, or a kernel that lets
+// it): the tests that need one skip themselves otherwise.
+bool privateNamespacesAvailable();
+
+// In a private network namespace: renames the loopback device to `deviceName` and brings it
+// up when `up`. True when every step worked.
+bool setUpLoopbackAs(const std::string& deviceName, bool up);
+
+// Whether a socket without SO_REUSEADDR could bind the port on the loopback address now.
+bool portIsFree(std::uint16_t port);
 
 // Splits at '\n'; a trailing line feed gives no empty last element.
 std::vector<std::string> splitLines(const std::string& text);

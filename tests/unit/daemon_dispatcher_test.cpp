@@ -27,16 +27,7 @@ namespace {
 
 using test::CapturedOutput;
 using test::captureOutput;
-
-bool privateNamespacesAvailable() {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(unshare(CLONE_NEWNET) == 0 ? 0 : 1);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
+using test::privateNamespacesAvailable;
 
 std::uint32_t networkOrderAddress(std::uint8_t a, std::uint8_t b, std::uint8_t c, std::uint8_t d) {
     const std::uint8_t bytes[4] = {a, b, c, d};

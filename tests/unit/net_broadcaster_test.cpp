@@ -21,6 +21,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -31,6 +32,7 @@
 #include <string>
 #include <vector>
 
+#include "SocketFaults.hpp"
 #include "TestSupport.hpp"
 #include "net/Broadcaster.hpp"
 #include "net/IBroadcasterCallback.hpp"
@@ -41,6 +43,11 @@ namespace {
 
 using test::CapturedOutput;
 using test::captureOutput;
+using test::failNextSocketOption;
+using test::portIsFree;
+using test::privateNamespacesAvailable;
+using test::setUpLoopbackAs;
+using test::socketOptionFailurePending;
 
 // Longer than any UDP datagram can be, so a plain send of it always fails.
 constexpr std::size_t kUnsendableLength = 70000;
@@ -131,19 +138,6 @@ std::uint16_t freePort() {
     const std::uint16_t port = boundPort(probe);
     close(probe);
     return port;
-}
-
-// Whether a socket without SO_REUSEADDR could bind the port on the loopback address now.
-bool portIsFree(std::uint16_t port) {
-    const int probe = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool bound =
-        bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    close(probe);
-    return bound;
 }
 
 rlimit descriptorLimit{};
@@ -468,6 +462,40 @@ TEST(BroadcasterSendRaw, FailedSendLeavesItsRawSocketOpen) {
     closeAll(outcome.leaked);
 }
 
+// The raw socket stays open whichever of its options fails; the reply is lost with it.
+TEST(BroadcasterSendRaw, FailedBroadcastOptionLeavesItsRawSocketOpen) {
+    IgnoringCallback callback;
+    Broadcaster broadcaster(&callback, 0, "zzz9");
+    const SendOutcome outcome = observe([&] {
+        failNextSocketOption(SOL_SOCKET, SO_BROADCAST, EACCES);
+        broadcaster.sendRaw("LCF2#ACK#seqid=1");
+    });
+    EXPECT_FALSE(socketOptionFailurePending());
+    EXPECT_EQ(outcome.output.out, "");
+    EXPECT_EQ(outcome.output.err, "Error setting socket broadcast option: 13\n");
+    ASSERT_EQ(outcome.leaked.size(), 1u);
+    EXPECT_TRUE(isRawIpSocket(outcome.leaked.front()));
+    EXPECT_EQ(socketOption(outcome.leaked.front(), SOL_SOCKET, SO_BROADCAST), 0);
+    closeAll(outcome.leaked);
+}
+
+TEST(BroadcasterSendRaw, FailedHeaderIncludedOptionLeavesItsRawSocketOpen) {
+    IgnoringCallback callback;
+    Broadcaster broadcaster(&callback, 0, "zzz9");
+    const SendOutcome outcome = observe([&] {
+        failNextSocketOption(IPPROTO_IP, IP_HDRINCL, EPERM);
+        broadcaster.sendRaw("LCF2#ACK#seqid=1");
+    });
+    EXPECT_FALSE(socketOptionFailurePending());
+    EXPECT_EQ(outcome.output.out, "");
+    EXPECT_EQ(outcome.output.err, "Error setting socket hdrincl option: 1\n");
+    ASSERT_EQ(outcome.leaked.size(), 1u);
+    EXPECT_TRUE(isRawIpSocket(outcome.leaked.front()));
+    // The broadcast option before it was set.
+    EXPECT_EQ(socketOption(outcome.leaked.front(), SOL_SOCKET, SO_BROADCAST), 1);
+    closeAll(outcome.leaked);
+}
+
 TEST(BroadcasterSendRaw, EachFailedSendCostsOneMoreDescriptor) {
     SKIP_IF_DEVICE_EXISTS("zzz9");
     IgnoringCallback callback;
@@ -584,33 +612,6 @@ TEST(BroadcasterBroadcast, RawFallbackOnBr0BindsToBr0) {
 // A forked child gets a network namespace of its own whose only device is its loopback
 // device, renamed and brought up. A frame sent there can reach nothing outside the child, so
 // these tests let the raw send succeed and look at what arrives on port 7217.
-
-bool privateNamespacesAvailable() {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(unshare(CLONE_NEWNET) == 0 ? 0 : 1);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-bool setUpLoopbackAs(const std::string& deviceName, bool up) {
-    const int control = socket(AF_INET, SOCK_DGRAM, 0);
-    ifreq rename{};
-    std::strncpy(rename.ifr_name, "lo", IFNAMSIZ - 1);
-    std::strncpy(rename.ifr_newname, deviceName.c_str(), IFNAMSIZ - 1);
-    bool done = ioctl(control, SIOCSIFNAME, &rename) == 0;
-    ifreq flags{};
-    std::strncpy(flags.ifr_name, deviceName.c_str(), IFNAMSIZ - 1);
-    done = done && ioctl(control, SIOCGIFFLAGS, &flags) == 0;
-    if (up) {
-        flags.ifr_flags = static_cast<short>(flags.ifr_flags | IFF_UP);
-    }
-    done = done && ioctl(control, SIOCSIFFLAGS, &flags) == 0;
-    close(control);
-    return done;
-}
 
 // Runs in the child: sends `reply` on the raw path of a Broadcaster for `interfaceName`
 // while the loopback device is called `deviceName`. Then writes to standard error, after

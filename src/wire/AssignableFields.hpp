@@ -1,0 +1,37 @@
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "wire/Message.hpp"
+
+namespace lcfd {
+
+// The keys an ASSIGN can change. A new key is added here and nowhere else in the wire format;
+// the daemon's switch over AssignableKey then refuses to compile until it applies the key.
+enum class AssignableKey { Ip, Netmask, Gateway, IpScheme, NtpIp, SyslogIp, Nameserver, UtcClock };
+
+// How a request's value for the key is judged.
+enum class AssignableValue {
+    Address,  // a dotted address: kept when it looks like one, silently dropped when not
+    Scheme,   // "STATIC" or "DHCP"; anything else refuses the request
+    Clock,    // kept unchecked by the request; the clock check comes when it is applied
+};
+
+struct AssignableField {
+    AssignableKey id;
+    const char* key;
+    AssignableValue value;
+    std::string Message::*field;  // where a request's value is kept
+};
+
+constexpr std::size_t kAssignableFieldCount = 8;
+
+// Every assignable key, in the order the daemon applies them and lcf sends them.
+const std::array<AssignableField, kAssignableFieldCount>& assignableFields();
+
+// The entry for `key` (whole word, case-sensitive), or nullptr.
+const AssignableField* findAssignableField(std::string_view key);
+
+}  // namespace lcfd
