@@ -109,6 +109,7 @@ void MessageDispatcher::handleCommand(const Decision& decision) {
             return;
         case Action::Assign:
             settings->reload();
+            // COMPAT: ack-before-change
             // The tool learns of acceptance before anything is changed.
             reply(composeAck(message.seqid, settings->getMac(), true));
             applyAssignment();

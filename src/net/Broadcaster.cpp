@@ -49,6 +49,7 @@ Broadcaster::Broadcaster(IBroadcasterCallback* callback_, std::uint16_t port_,
       bindAddress(ipv4Address(htonl(INADDR_ANY), port_)),
       broadcastAddress(ipv4Address(htonl(INADDR_BROADCAST), port_)) {
     socketFd = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    // COMPAT: zero-descriptor-means-none
     // 0 is this class's "no socket"; -1 is caught by the next call failing on a bad descriptor.
     if (socketFd == 0) {
         failSetup("Error creating socket: ");
@@ -111,6 +112,7 @@ void Broadcaster::broadcast(const char* text, std::int64_t length) {
 
 void Broadcaster::sendRaw(const char* text) {
     const std::size_t length = std::strlen(text);
+    // COMPAT: raw-payload-limit
     if (length > kMaxRawPayload) {
         std::fprintf(stderr, "Discarding oversize message: %zu\n", length);
         return;
@@ -128,6 +130,7 @@ void Broadcaster::sendRawFrame(const char* text) {
         reportErrno("Failed to create raw socket: ");
         return;
     }
+    // COMPAT: raw-socket-left-open
     // On every failure below the raw socket stays open: each failed send costs a descriptor.
     const int enable = 1;
     if (setsockopt(rawFd, SOL_SOCKET, SO_BROADCAST, &enable, sizeof enable) == -1) {
@@ -145,6 +148,7 @@ void Broadcaster::sendRawFrame(const char* text) {
         abortOnBrokenPromise();  // interface selection never yields a name this long
     }
     std::memcpy(deviceName, interfaceName.data(), interfaceName.size());
+    // COMPAT: four-character-interface-match
     // Only four bytes reach the kernel: br0 and eth0 bind as named, longer names by their
     // first four characters.
     if (setsockopt(rawFd, SOL_SOCKET, SO_BINDTODEVICE, deviceName, kBindToDeviceOptionLength) < 0) {

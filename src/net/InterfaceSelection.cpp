@@ -52,6 +52,7 @@ std::string findInterfaceNetmask(const ifaddrs* list, const std::string& interfa
         if (entry->ifa_addr == nullptr) {
             continue;
         }
+        // COMPAT: four-character-interface-match
         if (std::strncmp(entry->ifa_name, interfaceName.c_str(), kComparedNameLength) != 0) {
             continue;
         }
@@ -72,6 +73,7 @@ std::string lookupInterfaceNetmask(const std::string& interfaceName) {
     if (getifaddrs(&list) == -1) {
         return kNetmaskLookupFailed;
     }
+    // COMPAT: interface-list-kept
     // The list is deliberately not released.
     return findInterfaceNetmask(list, interfaceName);
 }

@@ -49,6 +49,7 @@ std::size_t buildRawBroadcastFrame(const char* payload, std::size_t length,
 
     frame.bytes[0] = 0x45;  // IPv4, five 32-bit words of header
     frame.bytes[1] = 0;     // type of service
+    // COMPAT: total-length-host-order
     // The total length goes in unconverted; the kernel rewrites it on every header-included
     // frame, so the wire still carries the right value.
     putHostOrder16(frame, 2, static_cast<std::uint16_t>(frameLength));

@@ -10,6 +10,7 @@ namespace lcfd {
 // A reply sent on the raw path is wrapped by hand in an IPv4 and a UDP header.
 constexpr std::size_t kRawFrameSize = 1500;
 constexpr std::size_t kRawHeadersSize = 28;  // 20 bytes of IPv4 header, 8 of UDP header
+// COMPAT: raw-payload-limit
 // One byte less than the frame could carry; replies longer than this are discarded.
 constexpr std::size_t kMaxRawPayload = 1471;
 // The checksum at offset 10 is taken over this many 16-bit units of the frame.

@@ -166,6 +166,7 @@ void Settings::readFromDevice() {
     if (isUsableAnswer(syslogAnswer)) {
         syslogip = syslogAnswer;
     }
+    // COMPAT: nameserver-from-syslog-answer
     // Only the imx tool reports a name server; elsewhere the syslog server's answer is taken.
     const std::string nameServerAnswer = controllerType == ControllerType::Imx
                                              ? runShellCommand(query::kNameServer, true)

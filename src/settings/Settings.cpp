@@ -185,6 +185,7 @@ bool Settings::nameserverChanged() const {
     return !snapshot || nameserver != snapshot->nameserver;
 }
 bool Settings::networkChanged() const {
+    // COMPAT: syslog-change-reapplies-scheme
     // The syslog server counts as a network setting: changing it re-applies the IP scheme.
     return !snapshot || ip != snapshot->ip || netmask != snapshot->netmask ||
            gateway != snapshot->gateway || syslogip != snapshot->syslogip ||

@@ -85,6 +85,7 @@ bool checkHeader(std::string_view header) {
     if (header.substr(0, 3) != kProtocolTag) {
         return false;
     }
+    // COMPAT: lenient-version-character
     // The version character is read as a number: a digit is its value, anything else (a
     // letter, a sign, a blank) reads as no number and is accepted. So only "3" to "9" refuse.
     const char version = header[3];
@@ -110,6 +111,7 @@ bool parseMac(std::string_view field, Message& message) {
     const TextSplit keyAndValue = splitView(field, kKeyValueSeparator);
     const std::string_view value = keyAndValue.rest;
     if (keyAndValue.head == key::kMac) {
+        // COMPAT: unchecked-mac-groups
         // Only a wrong digit in a well-formed group is caught; groups of another length and
         // whatever follows the sixth group are not looked at.
         std::string_view remainder = value;
@@ -132,6 +134,7 @@ bool parseFieldList(std::string_view text, Message& message) {
         const TextSplit field = splitView(remainder, kFieldSeparator);
         remainder = field.rest;
         if (field.head.empty()) {
+            // COMPAT: empty-field-ends-assign-list
             return true;  // an empty field ends the list, whatever follows it
         }
         if (!parseField(field.head, message)) {
@@ -155,6 +158,7 @@ bool parseField(std::string_view field, Message& message) {
                     stored.assign(value);
                     return true;
                 }
+                // COMPAT: address-dropped-scheme-refused
                 // An ill-formed address is dropped, not refused: it falls through to the
                 // generic rule.
                 break;

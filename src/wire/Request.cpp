@@ -34,6 +34,7 @@ Request parseRequest(std::string_view text, Message& message) {
     const std::string_view afterSeqid = seqidAndAfter.rest;
     switch (request.command) {
         case Command::Query:
+            // COMPAT: query-mac-field-takes-the-rest
             // Everything after the seqid field is the MAC field, so nothing may follow it.
             request.parsed = parseSeqId(seqidField, message) && parseMac(afterSeqid, message);
             break;
@@ -71,6 +72,7 @@ Decision decideRequest(std::string_view datagram, Message& message, const std::s
     switch (request.command) {
         case Command::Ack:
         case Command::Status:
+            // COMPAT: replies-understood-and-ignored
             decision.understood = true;  // replies, other daemons' or our own
             return decision;
         case Command::Unknown:

@@ -56,6 +56,7 @@ bool isDottedQuad(std::string_view value) {
         if (!isDigitsOnly(addressPart.head)) {
             return false;
         }
+        // COMPAT: low-32-bit-address-parts
         // Only the low 32 bits of the number are compared, on purpose.
         const long number = decimalValueSaturated(addressPart.head);
         if (static_cast<std::uint32_t>(number) > kMaxAddressPart) {
