@@ -5,21 +5,27 @@
 
 namespace lcfd {
 
+namespace {
+
+struct CommandWord {
+    Command command;
+    const char* word;
+};
+
+// Every command word of the protocol; a word not here is Command::Unknown.
+constexpr CommandWord kCommandWords[] = {
+    {Command::Query, word::kQuery},   {Command::Assign, word::kAssign},
+    {Command::Clear, word::kClear},   {Command::Ack, word::kAck},
+    {Command::Status, word::kStatus},
+};
+
+}  // namespace
+
 Command commandFromWord(std::string_view word) {
-    if (word == word::kQuery) {
-        return Command::Query;
-    }
-    if (word == word::kAssign) {
-        return Command::Assign;
-    }
-    if (word == word::kClear) {
-        return Command::Clear;
-    }
-    if (word == word::kAck) {
-        return Command::Ack;
-    }
-    if (word == word::kStatus) {
-        return Command::Status;
+    for (const CommandWord& entry : kCommandWords) {
+        if (word == entry.word) {
+            return entry.command;
+        }
     }
     return Command::Unknown;
 }

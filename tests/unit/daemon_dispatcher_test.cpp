@@ -21,6 +21,7 @@
 
 #include "TestSupport.hpp"
 #include "daemon/MessageDispatcher.hpp"
+#include "wire/Protocol.hpp"
 
 namespace lcfd {
 namespace {
@@ -46,7 +47,7 @@ std::uint32_t networkOrderAddress(std::uint8_t a, std::uint8_t b, std::uint8_t c
     }
     std::unique_ptr<MessageDispatcher> dispatcher;
     // What reading the device prints is not under test here.
-    captureOutput([&] { dispatcher = std::make_unique<MessageDispatcher>(7217); });
+    captureOutput([&] { dispatcher = std::make_unique<MessageDispatcher>(kServicePort); });
     const CapturedOutput output = captureOutput([&] {
         for (const std::string& datagram : datagrams) {
             dispatcher->onMessage(datagram.data(), static_cast<std::int64_t>(datagram.size()),
