@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "daemon/StatusSources.hpp"
 #include "daemon/Trace.hpp"
 #include "wire/AssignableFields.hpp"
 #include "wire/MessageFormat.hpp"
@@ -134,28 +135,7 @@ void MessageDispatcher::reply(const std::string& text) {
 }
 
 void MessageDispatcher::sendStatus() {
-    // Values are read in reply order; the clock is read live when its turn comes.
-    StatusValues values;
-    values.ip = settings->getIp();
-    values.netmask = settings->getNetmask();
-    values.gateway = settings->getGateway();
-    values.hostname = settings->getHostname();
-    values.ipscheme = settings->getIpScheme();
-    values.ntpip = settings->getNtpIp();
-    values.controller = settings->getController();
-    values.housenames = settings->getHousenames();
-    values.syslogip = settings->getSyslogIp();
-    values.nameserver = settings->getNameserver();
-    values.ntpsync = settings->getNtpSync();
-    values.sdusage = settings->getSdUsage();
-    values.sdkversion = settings->getSdkVersion();
-    values.mac1 = settings->getMac1();
-    values.mac2 = settings->getMac2();
-    values.uptime = settings->getUptime();
-    values.loadavg = settings->getLoadavg();
-    values.utcclock = settings->getUtcClock();
-    values.displaytime = settings->getDisplayTime();
-    reply(composeStatus(message.seqid, settings->getMac(), values));
+    reply(composeStatus(message.seqid, settings->getMac(), readStatusValues(*settings)));
 }
 
 void MessageDispatcher::applyAssignment() {
