@@ -6,10 +6,11 @@
 #include <iostream>
 
 #include "Harness.hpp"
-#include "Session.hpp"
 
 namespace e2e {
 namespace {
+
+using AssignPause = LcfdBed;
 
 const std::string kImxStatus =
     "LCF2#STATUS#seqid=1#mac=02:4C:43:00:00:01#ip=198.18.0.1#netmask=255.255.0.0"
@@ -49,19 +50,15 @@ const std::vector<std::string> kImxAssignLog = {
     "date -u -s 202402292359.59",
 };
 
-TEST(AssignPause, ImxStatusTheAssignCommandLogAndTheFiveSecondPause) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"imx"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
+TEST_F(AssignPause, ImxStatusTheAssignCommandLogAndTheFiveSecondPause) {
+    ASSERT_TRUE(up({"imx"}));
     Session s("imx");
     s.startup();
 
     const std::string query = "LCF2#QUERY#seqid=1";
     const std::string before = utcNow();
-    ASSERT_TRUE(tool.send(query));
-    auto status = tool.receive(Seconds(10));
+    ASSERT_TRUE(tool().send(query));
+    auto status = tool().receive(Seconds(10));
     const std::string after = utcNow();
     ASSERT_TRUE(status.has_value());
     EXPECT_EQ(status->sender, "198.18.0.1");
@@ -71,23 +68,20 @@ TEST(AssignPause, ImxStatusTheAssignCommandLogAndTheFiveSecondPause) {
     EXPECT_LE(clock, after);
     std::cout << "imx STATUS as received (" << status->data.size() << " bytes): " << status->data
               << "\n";
-    s.echo(query);
-    s.reading();
-    s.ran("date -u +%Y%m%d%H%M%S");
-    s.trace(true);
-    expectSessions(sb, {&s});
+    s.queried(query);
+    expectSessions(sb(), {&s});
     const std::size_t assignStarts = s.shell.size();
 
     // The ACK goes out first; the next request waits in the queue until the
     // device was changed and the pause is over.
-    ASSERT_TRUE(tool.send(kAssign));
-    auto ack = tool.receive(Seconds(10));
+    ASSERT_TRUE(tool().send(kAssign));
+    auto ack = tool().receive(Seconds(10));
     const auto acked = Clock::now();
     ASSERT_TRUE(ack.has_value());
     EXPECT_EQ(ack->data, "LCF2#ACK#seqid=2#mac=02:4C:43:00:00:01#accept=yes");
     const std::string next = "LCF2#QUERY#seqid=3";
-    ASSERT_TRUE(tool.send(next));
-    auto changed = tool.receive(Seconds(20));
+    ASSERT_TRUE(tool().send(next));
+    auto changed = tool().receive(Seconds(20));
     const Seconds waited = Clock::now() - acked;
     ASSERT_TRUE(changed.has_value());
     EXPECT_GE(waited.count(), 4.995);
@@ -104,14 +98,11 @@ TEST(AssignPause, ImxStatusTheAssignCommandLogAndTheFiveSecondPause) {
     s.info("Finished writing network settings");
     s.ran("date -u -s 202402292359.59");
     s.trace(true);
-    s.echo(next);
-    s.reading();
-    s.ran("date -u +%Y%m%d%H%M%S");
-    s.trace(true);
-    expectSessions(sb, {&s});
+    s.queried(next);
+    expectSessions(sb(), {&s});
 
     // The same, written out: what the device ran for the ASSIGN alone.
-    const auto log = sb.shellLog(1);
+    const auto log = sb().shellLog(1);
     const std::size_t assignEnds = assignStarts + kImxAssignLog.size();
     ASSERT_GE(log.size(), assignEnds);
     const std::vector<std::string> assignLog(

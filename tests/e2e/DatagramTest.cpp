@@ -2,43 +2,37 @@
 #include <gtest/gtest.h>
 
 #include "Harness.hpp"
-#include "wire/Protocol.hpp"
 
 namespace e2e {
 namespace {
 
 const std::string kStartup =
     std::string("lcfd:Detected controller type: 2\nlcfd:Finished reading network settings\n") +
-    "LAN Config Facility " + lcfd::kVersion + " : Listening for broadcast packets\n";
+    kListening;
 const std::string kNotUnderstood = "[198.18.255.254] Message not understood... \n\n";
 const std::string kUnderstood = "[198.18.255.254] Message understood... \n\n";
 
-class Datagram : public ::testing::Test {
+// Every test of the suite on one arm9 board.
+class Datagram : public LcfdBed {
   protected:
     void SetUp() override {
-        if (!runningAsRoot()) {
-            GTEST_SKIP() << "needs root for network and mount namespaces";
+        LcfdBed::SetUp();
+        if (!IsSkipped()) {
+            ASSERT_TRUE(up({"arm9"}));
         }
-        sandbox_ = std::make_unique<Sandbox>(std::vector<std::string>{"arm9"});
-        ASSERT_TRUE(sandbox_->ok()) << sandbox_->upOutput();
-        socket_ = std::make_unique<ToolSocket>(*sandbox_);
-        ASSERT_TRUE(socket_->ok());
     }
 
     // Sends the datagrams and waits until standard output holds `expected`
     // after the start-up lines.
     void expectOutput(const std::vector<std::string>& datagrams, const std::string& expected) {
         for (const auto& d : datagrams) {
-            ASSERT_TRUE(socket_->send(d));
+            ASSERT_TRUE(tool().send(d));
         }
         std::string want = kStartup + expected;
-        waitUntil([&] { return sandbox_->out(1).size() >= want.size(); }, Seconds(5));
-        EXPECT_EQ(sandbox_->out(1), want);
-        EXPECT_EQ(sandbox_->err(1), "");
+        waitUntil([&] { return sb().out(1).size() >= want.size(); }, Seconds(5));
+        EXPECT_EQ(sb().out(1), want);
+        EXPECT_EQ(sb().err(1), "");
     }
-
-    std::unique_ptr<Sandbox> sandbox_;
-    std::unique_ptr<ToolSocket> socket_;
 };
 
 TEST_F(Datagram, IsEchoedAndTracedAsNotUnderstood) {

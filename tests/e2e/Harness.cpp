@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -24,6 +25,7 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 namespace e2e {
 
@@ -80,6 +82,18 @@ std::string controllerAddress(int k) {
 std::string controllerMac(int k) {
     char text[32];
     std::snprintf(text, sizeof text, "02:4C:43:00:%02X:%02X", (k >> 8) & 0xFF, k & 0xFF);
+    return text;
+}
+
+std::string controllerSecondMac(int k) {
+    std::string mac = controllerMac(k);
+    mac[10] = '1';  // 02:4C:43:01:HH:LL
+    return mac;
+}
+
+std::string threeDigits(int k) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%03d", k);
     return text;
 }
 
@@ -245,6 +259,37 @@ std::vector<std::string> readingCommands(const std::string& platform, const std:
             "'s/.*value=\"\\([^\"]*\\)\".*/\\1/')");
     }
     return c;
+}
+
+std::vector<std::string> queryCommands(const std::string& platform, const std::string& interface) {
+    std::vector<std::string> commands = readingCommands(platform, interface, interface);
+    commands.push_back("date -u +%Y%m%d%H%M%S");
+    return commands;
+}
+
+std::vector<std::string> clearCommands(const std::string& key, const std::string& platform) {
+    static const std::map<std::string, std::map<std::string, std::vector<std::string>>> table = {
+        {"ntpip",
+         {{"generic", {"ubootenv /dev/mtd1 del timeserver"}},
+          {"arm9", {"rm /etc/tarnsetup.d/timeserver"}},
+          {"imx", {"tarnsetup settimeserver --delete"}},
+          {"qmt",
+           {"rm /etc/systemd/timesyncd.conf", "systemctl restart systemd-timesyncd.service"}},
+          {"unknown", {}}}},
+        {"syslogip",
+         {{"generic", {"ubootenv /dev/mtd1 del serverip"}},
+          {"arm9", {"rm /etc/tarnsetup.d/syslogserver"}},
+          {"imx", {"tarnsetup setsyslogserver --delete"}},
+          {"qmt", {"tarnsetup setsyslogserver disabled"}},
+          {"unknown", {}}}},
+        {"nameserver",
+         {{"generic", {}},
+          {"arm9", {}},
+          {"imx", {"tarnsetup setnameserver --delete"}},
+          {"qmt", {}},
+          {"unknown", {}}}},
+    };
+    return table.at(key).at(platform);
 }
 
 std::string maskClock(const std::string& reply, std::string* clock) {
@@ -421,6 +466,10 @@ ProcessResult Sandbox::start(int k) const {
     return tool({"start", std::to_string(k), "--wait", "0"}, Seconds(30));
 }
 
+ProcessResult Sandbox::stop(int k) const {
+    return tool({"stop", std::to_string(k)}, Seconds(30));
+}
+
 ProcessResult Sandbox::execInController(int k, const std::string& commandLine) const {
     return tool({"exec", "-c", std::to_string(k), "--", "/bin/sh", "-c", commandLine}, Seconds(30));
 }
@@ -489,6 +538,7 @@ std::optional<Datagram> ToolSocket::receive(Seconds timeout) const {
         inet_ntop(AF_INET, &from.sin_addr, text, sizeof text);
         d.sender = text;
         d.senderPort = ntohs(from.sin_port);
+        d.arrived = Clock::now();
         if (d.sender == kToolAddress) {
             continue;  // our own broadcast, looped back
         }
@@ -496,11 +546,13 @@ std::optional<Datagram> ToolSocket::receive(Seconds timeout) const {
     }
 }
 
-std::vector<Datagram> ToolSocket::receiveMany(std::size_t count, Seconds timeout) const {
+std::vector<Datagram> ToolSocket::receiveMany(std::size_t count, Seconds timeout,
+                                              const std::string& prefix, Others others) const {
     std::vector<Datagram> got;
-    auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(timeout);
-    while (got.size() < count) {
-        auto left = Seconds(deadline - Clock::now());
+    std::size_t counted = 0;
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(timeout);
+    while (counted < count) {
+        const auto left = Seconds(deadline - Clock::now());
         if (left.count() <= 0) {
             break;
         }
@@ -508,9 +560,24 @@ std::vector<Datagram> ToolSocket::receiveMany(std::size_t count, Seconds timeout
         if (!d) {
             break;
         }
-        got.push_back(*d);
+        const bool counts = d->data.rfind(prefix, 0) == 0;
+        counted += counts ? 1 : 0;
+        if (counts || others == Others::Kept) {
+            got.push_back(std::move(*d));
+        }
     }
     return got;
+}
+
+std::map<std::string, std::string> bySender(const std::vector<Datagram>& replies) {
+    std::map<std::string, std::string> result;
+    for (const auto& d : replies) {
+        auto [it, fresh] = result.emplace(d.sender, d.data);
+        if (!fresh) {
+            result[d.sender + " again"] = d.data;
+        }
+    }
+    return result;
 }
 
 // ---------------------------------------------------------------------------
@@ -638,6 +705,381 @@ int occupyServicePort(const Sandbox& sandbox, int k) {
         result = fd;
     });
     return result;
+}
+
+// ---------------------------------------------------------------------------
+
+int platformNumber(const std::string& platform) {
+    if (platform == "generic") {
+        return 1;
+    }
+    if (platform == "arm9") {
+        return 2;
+    }
+    if (platform == "imx") {
+        return 3;
+    }
+    if (platform == "qmt") {
+        return 4;
+    }
+    return 0;  // a board whose SDK query fails
+}
+
+std::string withoutDaemonReplies(const std::string& out) {
+    const std::string tool = std::string("[") + kToolAddress + "]";
+    std::string kept;
+    std::size_t at = 0;
+    std::size_t blockStart = 0;  // in `kept`: where the current datagram's echo began
+    while (at < out.size()) {
+        std::size_t end = out.find('\n', at);
+        std::string line =
+            out.substr(at, end == std::string::npos ? std::string::npos : end - at + 1);
+        at += line.size();
+        const bool trace = line.rfind('[', 0) == 0 && out.compare(at, 1, "\n") == 0 &&
+                           (line.find("] Message understood... \n") != std::string::npos ||
+                            line.find("] Message not understood... \n") != std::string::npos);
+        if (trace) {
+            at += 1;  // the empty line closing the trace
+            if (line.rfind(tool, 0) == 0) {
+                kept += line + "\n";
+            } else {
+                kept.erase(blockStart);
+            }
+            blockStart = kept.size();
+            continue;
+        }
+        kept += line;
+        if (line == kListening) {
+            blockStart = kept.size();
+        }
+    }
+    return kept;
+}
+
+Session::Session(std::string platform, std::string interfaceFile, std::string interface)
+    : platform_(std::move(platform)),
+      interfaceFile_(std::move(interfaceFile)),
+      interface_(std::move(interface)),
+      hasFile_(!interfaceFile_.empty() || interface_ != "br0") {}
+
+Session Session::forBoard(const std::string& board) {
+    const std::string platform = board.substr(0, board.find(','));
+    if (board.find(",iface=eth0") != std::string::npos) {
+        return Session(platform, "eth0", "eth0");
+    }
+    return Session(platform);
+}
+
+void Session::info(const std::string& message) {
+    out += "lcfd:" + message + "\n";
+    syslog.push_back("<30>" + message);
+}
+
+void Session::error(const std::string& message) {
+    err += "lcfd:" + message + "\n";
+    syslog.push_back("<27>" + message);
+}
+
+void Session::warning(const std::string& message) {
+    err += "lcfd:" + message + "\n";
+    syslog.push_back("<28>" + message);
+}
+
+void Session::ranLogged(const std::string& commandLine) {
+    info(commandLine);
+    ran(commandLine);
+}
+
+void Session::startup() {
+    reading("br0");
+    announce();
+    out += kListening;
+}
+
+void Session::trace(bool understood) {
+    out += std::string("[") + kToolAddress + "] Message " +
+           (understood ? "understood" : "not understood") + "... \n\n";
+}
+
+void Session::passes(const std::string& datagram, bool understood) {
+    echo(datagram);
+    trace(understood);
+}
+
+void Session::queried(const std::string& request) {
+    echo(request);
+    reading();
+    ran("date -u +%Y%m%d%H%M%S");
+    trace(true);
+}
+
+void Session::announce() {
+    if (hasFile_) {
+        out += "LCFD using interface: " + interfaceFile_ + "\n";
+    }
+}
+
+void Session::reading(const std::string& before) {
+    info("Detected controller type: " + std::to_string(platformNumber(platform_)));
+    announce();
+    info("Finished reading network settings");
+    auto commands = readingCommands(platform_, before, interface_);
+    shell.insert(shell.end(), commands.begin(), commands.end());
+}
+
+void expectRequest(std::vector<Session>& sessions, int target, const std::string& request,
+                   const std::function<void(Session&)>& handle, bool understood) {
+    for (std::size_t i = 0; i < sessions.size(); ++i) {
+        Session& s = sessions[i];
+        if (static_cast<int>(i) + 1 != target) {
+            s.passes(request);
+            continue;
+        }
+        s.echo(request);
+        handle(s);
+        s.trace(understood);
+    }
+}
+
+namespace {
+
+bool sessionMatches(const Sandbox& sb, int k, const Session& s) {
+    return withoutDaemonReplies(sb.out(k)) == s.out && sb.err(k) == s.err &&
+           syslogRecords(sb.syslog(k)) == s.syslog && sb.shellLog(k) == s.shell;
+}
+
+void compareSession(const Sandbox& sb, int k, const Session& s) {
+    const std::string who = "controller " + std::to_string(k) + " (" + s.platform() + ")";
+    EXPECT_EQ(withoutDaemonReplies(sb.out(k)), s.out) << who << ": standard output";
+    EXPECT_EQ(sb.err(k), s.err) << who << ": standard error";
+    EXPECT_EQ(syslogRecords(sb.syslog(k)), s.syslog) << who << ": syslog";
+    EXPECT_EQ(sb.shellLog(k), s.shell) << who << ": shell log";
+}
+
+}  // namespace
+
+namespace {
+
+void expectAllSessions(const Sandbox& sb, const std::vector<const Session*>& sessions,
+                       Seconds timeout) {
+    waitUntil(
+        [&] {
+            for (std::size_t i = 0; i < sessions.size(); ++i) {
+                if (!sessionMatches(sb, static_cast<int>(i) + 1, *sessions[i])) {
+                    return false;
+                }
+            }
+            return true;
+        },
+        timeout);
+    for (std::size_t i = 0; i < sessions.size(); ++i) {
+        compareSession(sb, static_cast<int>(i) + 1, *sessions[i]);
+    }
+}
+
+}  // namespace
+
+void expectSessions(const Sandbox& sb, std::initializer_list<const Session*> sessions,
+                    Seconds timeout) {
+    expectAllSessions(sb, sessions, timeout);
+}
+
+void expectSessions(const Sandbox& sb, const std::vector<Session>& sessions, Seconds timeout) {
+    std::vector<const Session*> all;
+    all.reserve(sessions.size());
+    for (const Session& s : sessions) {
+        all.push_back(&s);
+    }
+    expectAllSessions(sb, all, timeout);
+}
+
+std::vector<std::pair<std::string, std::string>> deviceValues(int k, const std::string& platform) {
+    const bool imx = platform == "imx";
+    return {
+        {"ip", controllerAddress(k)},
+        {"netmask", "255.255.0.0"},
+        {"gateway", "198.18.255.1"},
+        {"hostname", platform + "-" + threeDigits(k)},
+        {"ipscheme", "STATIC"},
+        {"ntpip", "198.18.255.10"},
+        {"controller", "CTRL-" + threeDigits(k)},
+        {"housenames", "Hall A,Hall B"},
+        {"syslogip", "198.18.255.20"},
+        // Only imx boards have a name server query; the others report their syslog server.
+        {"nameserver", imx ? "198.18.255.53" : "198.18.255.20"},
+        {"ntpsync", "yes"},
+        {"sdusage", platform == "qmt" ? "n/a" : std::to_string(30 + k % 60) + "%"},
+        {"sdkversion", imx ? "4.2." + std::to_string(k % 10) : ""},
+        {"mac1", imx ? controllerMac(k) : ""},
+        {"mac2", imx ? controllerSecondMac(k) : ""},
+        {"uptime", imx ? "3605.21 7011.40" : ""},
+        {"loadavg", imx ? "0.08 0.03 0.01 1/87 1234" : ""},
+    };
+}
+
+std::string displayTime(const std::string& platform) {
+    return platform == "imx" ? "20231114221320" : "";
+}
+
+std::string statusReply(const std::string& seqid, int k, const std::string& platform,
+                        const std::map<std::string, std::string>& changes) {
+    std::string text = "LCF2#STATUS#seqid=" + seqid + "#mac=" + controllerMac(k);
+    for (const auto& [key, standard] : deviceValues(k, platform)) {
+        auto changed = changes.find(key);
+        const std::string& value = changed == changes.end() ? standard : changed->second;
+        if (!value.empty()) {
+            text += "#" + key + "=" + value;
+        }
+    }
+    auto shown = changes.find("displaytime");
+    text += "#utcclock=<clock>#displaytime=";
+    text += shown != changes.end() ? shown->second : displayTime(platform);
+    return text;
+}
+
+std::string ackText(const std::string& seqid, int k, bool accepted) {
+    return "LCF2#ACK#seqid=" + seqid + "#mac=" + controllerMac(k) +
+           "#accept=" + (accepted ? "yes" : "no");
+}
+
+bool traced(const Sandbox& sb, int k, const std::string& requestEnd, const std::string& verdict,
+            Seconds timeout) {
+    const std::string request = requestEnd + "\n";
+    const std::string trace =
+        std::string("\n[") + kToolAddress + "] Message " + verdict + "... \n\n";
+    return waitUntil(
+        [&] {
+            const std::string out = sb.out(k);
+            const std::size_t at = out.find(request);
+            return at != std::string::npos && out.find(trace, at) != std::string::npos;
+        },
+        timeout);
+}
+
+bool contains(const std::vector<std::string>& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// ---------------------------------------------------------------------------
+
+void LcfdBed::SetUp() {
+    if (needsRoot() && !runningAsRoot()) {
+        GTEST_SKIP() << "needs root for network and mount namespaces";
+    }
+}
+
+void LcfdBed::TearDown() {
+    capture_.reset();
+    tool_.reset();
+    sandbox_.reset();  // stops the daemons, reports sanitizer findings, removes the segment
+}
+
+::testing::AssertionResult LcfdBed::bringUp(const std::vector<std::string>& specs,
+                                            const std::vector<std::string>& upOptions) {
+    controllers_ = static_cast<int>(specs.size());
+    sandbox_.emplace(specs, upOptions);
+    if (!sandbox_->ok()) {
+        return ::testing::AssertionFailure() << "the segment did not come up:\n"
+                                             << sandbox_->upOutput();
+    }
+    return ::testing::AssertionSuccess();
+}
+
+::testing::AssertionResult LcfdBed::up(const std::vector<std::string>& specs) {
+    auto result = bringUp(specs, {});
+    return result ? openTool() : result;
+}
+
+::testing::AssertionResult LcfdBed::upServing(const std::vector<std::string>& specs,
+                                              const std::vector<std::string>& upOptions) {
+    return bringUp(specs, upOptions);
+}
+
+::testing::AssertionResult LcfdBed::upStopped(const std::vector<std::string>& specs) {
+    return bringUp(specs, {"--no-start"});
+}
+
+::testing::AssertionResult LcfdBed::startDaemons() {
+    for (int k = 1; k <= controllers_; ++k) {
+        const ProcessResult started = sb().start(k);
+        if (started.status != 0) {
+            return ::testing::AssertionFailure()
+                   << "daemon " << k << " did not start: " << started.out << started.err;
+        }
+    }
+    for (int k = 1; k <= controllers_; ++k) {
+        if (!sb().waitOut(k, kListening, Seconds(15))) {
+            return ::testing::AssertionFailure() << "daemon " << k << " does not serve:\n"
+                                                 << sb().out(k) << sb().err(k);
+        }
+    }
+    return openTool();
+}
+
+::testing::AssertionResult LcfdBed::openTool() {
+    tool_.emplace(sb());
+    if (!tool_->ok()) {
+        return ::testing::AssertionFailure() << "no socket on the tool side";
+    }
+    return ::testing::AssertionSuccess();
+}
+
+::testing::AssertionResult LcfdBed::openCapture() {
+    capture_.emplace(sb());
+    if (!capture_->ok()) {
+        return ::testing::AssertionFailure() << "no frame capture on the tool side";
+    }
+    return ::testing::AssertionSuccess();
+}
+
+void LcfdBed::expectBr0DespiteTheInterfaceFiles(std::vector<InterfaceFileCase> cases,
+                                                const std::string& seqid) {
+    std::vector<std::string> boards;
+    for (const auto& c : cases) {
+        boards.push_back(c.board);
+    }
+    ASSERT_TRUE(upStopped(boards));
+    const std::string file = "/home/etc/tarnsetup.d/lcfd_interface";
+    for (int k = 1; k <= controllers_; ++k) {
+        const auto& content = cases[static_cast<std::size_t>(k - 1)].file;
+        const std::string path = sb().dir(k) + file;
+        if (content) {
+            writeFile(path, *content);
+        } else {
+            std::remove(path.c_str());
+            ASSERT_TRUE(std::filesystem::create_directory(path));
+        }
+    }
+    std::vector<Session> sessions;
+    for (auto& c : cases) {
+        c.session.startup();
+        sessions.push_back(c.session);
+    }
+    ASSERT_TRUE(startDaemons());
+    ASSERT_TRUE(openCapture());
+    const std::string query = "LCF2#QUERY#seqid=" + seqid;
+    ASSERT_TRUE(tool().send(query));
+    for (Session& s : sessions) {
+        s.queried(query);
+    }
+    for (int i = 0; i < controllers_; ++i) {
+        auto frame = capture().next(Seconds(10));
+        ASSERT_TRUE(frame.has_value());
+        EXPECT_NE(frame->udpChecksum(), 0) << frame->source();
+        EXPECT_EQ(frame->sourcePort(), kPort);
+        std::string clock;
+        const std::string reply = maskClock(frame->payload(), &clock);
+        bool known = false;
+        for (int k = 1; k <= controllers_; ++k) {
+            if (frame->source() == controllerAddress(k)) {
+                known = true;
+                EXPECT_EQ(reply, statusReply(seqid, k,
+                                             sessions[static_cast<std::size_t>(k - 1)].platform()));
+            }
+        }
+        EXPECT_TRUE(known) << frame->source();
+    }
+    expectSessions(sb(), sessions);
 }
 
 }  // namespace e2e

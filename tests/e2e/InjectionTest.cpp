@@ -13,10 +13,11 @@
 #include <set>
 
 #include "Harness.hpp"
-#include "Session.hpp"
 
 namespace e2e {
 namespace {
+
+using Injection = LcfdBed;
 
 const std::vector<std::string> kAddressKeys = {"ip",    "netmask",  "gateway",
                                                "ntpip", "syslogip", "nameserver"};
@@ -76,23 +77,16 @@ std::set<std::string> entries(const std::string& directory) {
     return names;
 }
 
-TEST(Injection, NoValueFromTheNetworkReachesAShell) {
-    E2E_REQUIRE_ROOT();
+TEST_F(Injection, NoValueFromTheNetworkReachesAShell) {
     std::vector<std::string> boards;
     std::vector<Session> sessions;
     for (const auto& f : families()) {
         boards.push_back(f.board);
-        const std::string platform = f.board.substr(0, f.board.find(','));
-        sessions.push_back(f.board.find("iface=eth0") != std::string::npos
-                               ? Session(platform, "eth0", "eth0")
-                               : Session(platform));
+        sessions.push_back(Session::forBoard(f.board));
         sessions.back().startup();
     }
     const int count = static_cast<int>(families().size());
-    Sandbox sb(boards);
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
+    ASSERT_TRUE(up(boards));
 
     std::vector<Request> requests;
     auto refused = [&](const std::string& seqid, int k, const std::string& text) {
@@ -162,27 +156,23 @@ TEST(Injection, NoValueFromTheNetworkReachesAShell) {
 
     std::vector<std::string> expectedReplies;
     for (const auto& r : requests) {
-        ASSERT_TRUE(tool.send(r.text));
-        for (int k = 1; k <= count; ++k) {
-            Session& s = sessions[static_cast<std::size_t>(k - 1)];
-            if (k != r.target) {
-                s.passes(r.text);
-                continue;
-            }
-            s.echo(r.text);
-            s.reading();
-            if (r.accepted) {
-                s.warning(r.clockWarning);
-            }
-            s.trace(r.accepted);
-        }
+        ASSERT_TRUE(tool().send(r.text));
+        expectRequest(
+            sessions, r.target, r.text,
+            [&r](Session& s) {
+                s.reading();
+                if (r.accepted) {
+                    s.warning(r.clockWarning);
+                }
+            },
+            r.accepted);
         if (r.target != 0) {
             expectedReplies.push_back(ackText(r.seqid, r.target, r.accepted));
         }
     }
 
     std::vector<std::string> replies;
-    for (const auto& d : repliesWith(tool, "", expectedReplies.size(), Seconds(30))) {
+    for (const auto& d : tool().receiveMany(expectedReplies.size(), Seconds(30))) {
         replies.push_back(d.data);
     }
     std::sort(replies.begin(), replies.end());
@@ -190,9 +180,9 @@ TEST(Injection, NoValueFromTheNetworkReachesAShell) {
     EXPECT_EQ(replies, expectedReplies);
 
     // Only the devices' readings ran, one per addressed request.
-    expectSessions(sb, sessions);
+    expectSessions(sb(), sessions);
     for (int k = 1; k <= count; ++k) {
-        EXPECT_EQ(entries(sb.dir(k) + "/run"),
+        EXPECT_EQ(entries(sb().dir(k) + "/run"),
                   (std::set<std::string>{".lcfd-sim", "controller", "housenames"}))
             << "controller " << k;
     }

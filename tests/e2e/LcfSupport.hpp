@@ -1,12 +1,11 @@
 // lcf run on the tool side of a sandboxed segment: running it, and what its output is compared
-// with.
+// with.  Apart from Harness.hpp because it needs what only the test program has (lcf's path,
+// the JSON library), not the bed the load tool links too.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
@@ -48,14 +47,6 @@ inline LcfRun runLcf(const Sandbox& sb, const std::vector<std::string>& args,
     return run;
 }
 
-// Runs the sandbox launcher itself, for what the harness does not wrap.
-inline ProcessResult sandboxTool(const Sandbox& sb, const std::vector<std::string>& args) {
-    std::vector<std::string> argv = {"/usr/bin/python3", sourceDir() + "/tools/lcfd-sandbox", "-n",
-                                     sb.name()};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return runProgram(argv, Seconds(30));
-}
-
 inline bool allDigits(const std::string& text) {
     return text.find_first_not_of("0123456789") == std::string::npos;
 }
@@ -82,45 +73,27 @@ inline std::string maskClocks(const std::string& text, const std::string& from,
 
 inline const std::vector<std::string> kMixed = {"arm9", "imx", "qmt", "generic", "unknown"};
 
-inline std::string hex2(int value) {
-    char text[3];
-    std::snprintf(text, sizeof text, "%02X", value & 0xFF);
-    return text;
-}
-
-inline std::string three(int k) {
-    char text[4];
-    std::snprintf(text, sizeof text, "%03d", k);
-    return text;
+// `count` boards of the mixed platforms in turn.
+inline std::vector<std::string> mixedBoards(int count) {
+    std::vector<std::string> specs;
+    for (int k = 1; k <= count; ++k) {
+        specs.push_back(kMixed[static_cast<std::size_t>(k - 1) % kMixed.size()]);
+    }
+    return specs;
 }
 
 // What controller k of the sandbox's numbering reports, as lcf --json prints it, with the live
-// clock masked.
+// clock masked: the device's values (see deviceValues) and what lcf adds.
 inline Json expectedJson(int k, const std::string& platform, const std::string& interfaceName) {
     Json c = Json::object();
     c["mac"] = controllerMac(k);
-    c["ip"] = controllerAddress(k);
-    c["netmask"] = "255.255.0.0";
-    c["gateway"] = "198.18.255.1";
-    c["hostname"] = platform + "-" + three(k);
-    c["ipscheme"] = "STATIC";
-    c["ntpip"] = "198.18.255.10";
-    c["controller"] = "CTRL-" + three(k);
-    c["housenames"] = "Hall A,Hall B";
-    c["syslogip"] = "198.18.255.20";
-    // Only imx boards have a name server query; the others report their syslog server.
-    c["nameserver"] = platform == "imx" ? "198.18.255.53" : "198.18.255.20";
-    c["ntpsync"] = "yes";
-    c["sdusage"] = platform == "qmt" ? "n/a" : std::to_string(30 + k % 60) + "%";
-    if (platform == "imx") {
-        c["sdkversion"] = "4.2." + std::to_string(k % 10);
-        c["mac1"] = controllerMac(k);
-        c["mac2"] = "02:4C:43:01:" + hex2(k >> 8) + ":" + hex2(k);
-        c["uptime"] = "3605.21 7011.40";
-        c["loadavg"] = "0.08 0.03 0.01 1/87 1234";
+    for (const auto& [key, value] : deviceValues(k, platform)) {
+        if (!value.empty()) {
+            c[key] = value;
+        }
     }
     c["utcclock"] = kLiveClock;
-    c["displaytime"] = platform == "imx" ? "20231114221320" : "";
+    c["displaytime"] = displayTime(platform);
     c["interface"] = interfaceName;
     c["outside_subnet"] = false;
     c["duplicate_ip"] = false;
@@ -149,27 +122,6 @@ inline std::vector<std::string> dumped(const std::vector<Json>& objects) {
         lines.push_back(object.dump());
     }
     return lines;
-}
-
-// Whether daemon k has traced the request from the tool side that ends with `requestEnd` with
-// `verdict` ("understood" or "not understood"); the daemon's own log lines may stand between
-// the request it echoes and its trace line. Waits for it until `timeout`.
-inline bool traced(const Sandbox& sb, int k, const std::string& requestEnd,
-                   const std::string& verdict, Seconds timeout) {
-    const std::string request = requestEnd + "\n";
-    const std::string trace =
-        std::string("\n[") + kToolAddress + "] Message " + verdict + "... \n\n";
-    return waitUntil(
-        [&] {
-            const std::string out = sb.out(k);
-            const std::size_t at = out.find(request);
-            return at != std::string::npos && out.find(trace, at) != std::string::npos;
-        },
-        timeout);
-}
-
-inline bool contains(const std::vector<std::string>& lines, const std::string& line) {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
 inline std::vector<std::string> macsIn(const std::string& jsonOutput) {

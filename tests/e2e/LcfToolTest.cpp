@@ -7,19 +7,16 @@
 namespace e2e {
 namespace {
 
-TEST(LcfTool, DiscoversTwentyMixedControllersEachOnceInTableAndJson) {
-    E2E_REQUIRE_ROOT();
-    std::vector<std::string> specs;
-    for (int k = 1; k <= 20; ++k) {
-        specs.push_back(kMixed[static_cast<std::size_t>(k - 1) % kMixed.size()]);
-    }
-    Sandbox sb(specs);
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+using LcfTool = LcfdBed;
+
+TEST_F(LcfTool, DiscoversTwentyMixedControllersEachOnceInTableAndJson) {
+    const std::vector<std::string> specs = mixedBoards(20);
+    ASSERT_TRUE(upServing(specs));
 
     // The plain command, with its own timing: however busy the machine, every controller of
     // the segment answers in time for it.
     std::string before = utcNow();
-    const LcfRun table = runLcf(sb, {"discover"}, Seconds(120));
+    const LcfRun table = runLcf(sb(), {"discover"}, Seconds(120));
     std::string after = utcNow();
     EXPECT_EQ(table.result.status, 0);
     EXPECT_EQ(maskCounts(table.result.err), "lan0: probed <n>, 20 controllers\n");
@@ -71,7 +68,7 @@ TEST(LcfTool, DiscoversTwentyMixedControllersEachOnceInTableAndJson) {
 
     // The same segment as JSON, stopping as soon as all twenty answered.
     before = utcNow();
-    const LcfRun json = runLcf(sb, {"discover", "--json", "--expect", "20"}, Seconds(120));
+    const LcfRun json = runLcf(sb(), {"discover", "--json", "--expect", "20"}, Seconds(120));
     after = utcNow();
     EXPECT_EQ(json.result.status, 0);
     EXPECT_EQ(maskCounts(json.result.err), "lan0: probed <n>, 20 controllers\n");
@@ -83,13 +80,11 @@ TEST(LcfTool, DiscoversTwentyMixedControllersEachOnceInTableAndJson) {
 }
 
 // Boards that read their device slowly answer late; the defaults wait for them.
-TEST(LcfTool, DiscoveryWithDefaultsFindsControllersThatReadForThreeAndSixSeconds) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "imx", "qmt"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    sb.setFault(2, "hostname", "delay 3");
-    sb.setFault(3, "hostname", "delay 6");
-    const LcfRun run = runLcf(sb, {"discover", "--json"}, Seconds(120));
+TEST_F(LcfTool, DiscoveryWithDefaultsFindsControllersThatReadForThreeAndSixSeconds) {
+    ASSERT_TRUE(upServing({"arm9", "imx", "qmt"}));
+    sb().setFault(2, "hostname", "delay 3");
+    sb().setFault(3, "hostname", "delay 6");
+    const LcfRun run = runLcf(sb(), {"discover", "--json"}, Seconds(120));
     EXPECT_EQ(run.result.status, 0);
     EXPECT_EQ(maskCounts(run.result.err), "lan0: probed <n>, 3 controllers\n");
     EXPECT_EQ(macsIn(run.result.out),
@@ -99,13 +94,11 @@ TEST(LcfTool, DiscoveryWithDefaultsFindsControllersThatReadForThreeAndSixSeconds
 
 // A controller that has just accepted a change reads nothing for five seconds; the defaults
 // wait for it too, while the others have long answered.
-TEST(LcfTool, DiscoveryWithDefaultsFindsAControllerInItsSettlingPause) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "imx", "generic"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    const LcfRun assign = runLcf(sb, {"assign", "02:4c:43:00:00:02", "ntpip=198.18.255.11"});
+TEST_F(LcfTool, DiscoveryWithDefaultsFindsAControllerInItsSettlingPause) {
+    ASSERT_TRUE(upServing({"arm9", "imx", "generic"}));
+    const LcfRun assign = runLcf(sb(), {"assign", "02:4c:43:00:00:02", "ntpip=198.18.255.11"});
     ASSERT_EQ(assign.result.status, 0) << assign.result.err;
-    const LcfRun run = runLcf(sb, {"discover", "--json"}, Seconds(120));
+    const LcfRun run = runLcf(sb(), {"discover", "--json"}, Seconds(120));
     EXPECT_EQ(run.result.status, 0);
     EXPECT_EQ(maskCounts(run.result.err), "lan0: probed <n>, 3 controllers\n");
     EXPECT_EQ(macsIn(run.result.out),
@@ -117,11 +110,9 @@ TEST(LcfTool, DiscoveryWithDefaultsFindsAControllerInItsSettlingPause) {
 
 // Nothing on the segment: the defaults still wait as long as a paused, slow controller could
 // take, then say so.
-TEST(LcfTool, DiscoveryOfAnEmptySegmentSaysSoAfterTheLongestAnswerTime) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9"}, false);
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    const LcfRun run = runLcf(sb, {"discover"}, Seconds(60));
+TEST_F(LcfTool, DiscoveryOfAnEmptySegmentSaysSoAfterTheLongestAnswerTime) {
+    ASSERT_TRUE(upStopped({"arm9"}));
+    const LcfRun run = runLcf(sb(), {"discover"}, Seconds(60));
     EXPECT_EQ(run.result.status, 1);
     EXPECT_EQ(run.result.out, kNoControllersTable);
     EXPECT_EQ(run.result.err,
@@ -130,15 +121,13 @@ TEST(LcfTool, DiscoveryOfAnEmptySegmentSaysSoAfterTheLongestAnswerTime) {
     EXPECT_GE(run.seconds, 11.0);
 }
 
-TEST(LcfTool, QueryShowsEveryFieldOfTheOneAddressedController) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "imx", "qmt"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+TEST_F(LcfTool, QueryShowsEveryFieldOfTheOneAddressedController) {
+    ASSERT_TRUE(upServing({"arm9", "imx", "qmt"}));
     for (int k = 1; k <= 3; ++k) {
-        sb.clearShellLog(k);
+        sb().clearShellLog(k);
     }
     const std::string before = utcNow();
-    const LcfRun details = runLcf(sb, {"query", "02:4c:43:00:00:02"});
+    const LcfRun details = runLcf(sb(), {"query", "02:4c:43:00:00:02"});
     std::string after = utcNow();
     EXPECT_EQ(details.result.status, 0);
     EXPECT_EQ(details.result.err, "");
@@ -167,16 +156,16 @@ TEST(LcfTool, QueryShowsEveryFieldOfTheOneAddressedController) {
 
     // Only the addressed controller read its device; the others saw the request and let it be.
     const std::string addressed = "#mac=02:4C:43:00:00:02";
-    EXPECT_TRUE(traced(sb, 1, addressed, "understood", Seconds(10))) << sb.out(1);
-    EXPECT_TRUE(traced(sb, 3, addressed, "understood", Seconds(10))) << sb.out(3);
-    EXPECT_EQ(sb.shellLog(1), std::vector<std::string>{});
-    EXPECT_EQ(sb.shellLog(3), std::vector<std::string>{});
+    EXPECT_TRUE(traced(sb(), 1, addressed, "understood", Seconds(10))) << sb().out(1);
+    EXPECT_TRUE(traced(sb(), 3, addressed, "understood", Seconds(10))) << sb().out(3);
+    EXPECT_EQ(sb().shellLog(1), std::vector<std::string>{});
+    EXPECT_EQ(sb().shellLog(3), std::vector<std::string>{});
     std::vector<std::string> reading = readingCommands("imx", "br0", "br0");
     reading.push_back("date -u +%Y%m%d%H%M%S");
-    EXPECT_EQ(sb.shellLog(2), reading);
+    EXPECT_EQ(sb().shellLog(2), reading);
 
     // The same as JSON, for a controller of another platform.
-    const LcfRun json = runLcf(sb, {"query", "--json", "02:4C:43:00:00:03"});
+    const LcfRun json = runLcf(sb(), {"query", "--json", "02:4C:43:00:00:03"});
     after = utcNow();
     EXPECT_EQ(json.result.status, 0);
     EXPECT_EQ(json.result.err, "");
@@ -184,22 +173,20 @@ TEST(LcfTool, QueryShowsEveryFieldOfTheOneAddressedController) {
               dumped({expectedJson(3, "qmt", "lan0")}));
 }
 
-TEST(LcfTool, AssignChangesTheControllerAndTheNextDiscoveryShowsIt) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "qmt"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    sb.clearShellLog(1);
-    sb.clearShellLog(2);
+TEST_F(LcfTool, AssignChangesTheControllerAndTheNextDiscoveryShowsIt) {
+    ASSERT_TRUE(upServing({"arm9", "qmt"}));
+    sb().clearShellLog(1);
+    sb().clearShellLog(2);
 
     // Moved to another subnet, with a new gateway and time server.
     const LcfRun moved =
-        runLcf(sb, {"assign", "02:4c:43:00:00:02", "ip=198.19.0.2", "netmask=255.255.0.0",
-                    "gateway=198.19.255.1", "ntpip=198.19.255.10"});
+        runLcf(sb(), {"assign", "02:4c:43:00:00:02", "ip=198.19.0.2", "netmask=255.255.0.0",
+                      "gateway=198.19.255.1", "ntpip=198.19.255.10"});
     EXPECT_EQ(moved.result.status, 0);
     EXPECT_EQ(moved.result.out, "02:4C:43:00:00:02 accept=yes\n");
     EXPECT_EQ(moved.result.err, "");
     // The clock of the other one set to a fixed time.
-    const LcfRun clocked = runLcf(sb, {"assign", "02:4C:43:00:00:01", "utcclock=20300102030405"});
+    const LcfRun clocked = runLcf(sb(), {"assign", "02:4C:43:00:00:01", "utcclock=20300102030405"});
     EXPECT_EQ(clocked.result.status, 0);
     EXPECT_EQ(clocked.result.out, "02:4C:43:00:00:01 accept=yes\n");
     EXPECT_EQ(clocked.result.err, "");
@@ -207,7 +194,7 @@ TEST(LcfTool, AssignChangesTheControllerAndTheNextDiscoveryShowsIt) {
     // Each controller acknowledges first and then changes its device, then settles for five
     // seconds before it reads the next request; a discovery waits that out.
     const std::string before = utcNow();
-    const LcfRun again = runLcf(sb, {"discover", "--expect", "2"}, Seconds(60));
+    const LcfRun again = runLcf(sb(), {"discover", "--expect", "2"}, Seconds(60));
     const std::string after = utcNow();
     EXPECT_EQ(again.result.status, 0);
     EXPECT_EQ(maskCounts(again.result.err), "lan0: probed <n>, 2 controllers\n");
@@ -223,41 +210,39 @@ TEST(LcfTool, AssignChangesTheControllerAndTheNextDiscoveryShowsIt) {
               "2 controllers found, 1 outside the subnet of its interface\n");
 
     // What the simulated devices hold now, and the commands that changed them.
-    EXPECT_EQ(readFile(sb.dir(2) + "/sim/ip"), "198.19.0.2\n");
-    EXPECT_EQ(readFile(sb.dir(2) + "/sim/gateway"), "198.19.255.1\n");
-    EXPECT_EQ(readFile(sb.dir(2) + "/etc.upper/systemd/timesyncd.conf"),
+    EXPECT_EQ(readFile(sb().dir(2) + "/sim/ip"), "198.19.0.2\n");
+    EXPECT_EQ(readFile(sb().dir(2) + "/sim/gateway"), "198.19.255.1\n");
+    EXPECT_EQ(readFile(sb().dir(2) + "/etc.upper/systemd/timesyncd.conf"),
               "[Time]\nNTP=198.19.255.10\n");
-    const std::vector<std::string> qmtLog = sb.shellLog(2);
+    const std::vector<std::string> qmtLog = sb().shellLog(2);
     EXPECT_TRUE(contains(qmtLog, "tarnsetup setip 198.19.0.2 255.255.0.0 198.19.255.1 "))
         << ::testing::PrintToString(qmtLog);
-    const std::vector<std::string> arm9Log = sb.shellLog(1);
+    const std::vector<std::string> arm9Log = sb().shellLog(1);
     EXPECT_TRUE(contains(arm9Log, "date -u -D %Y%m%d%H%M%S -s 20300102030405"))
         << ::testing::PrintToString(arm9Log);
-    EXPECT_EQ(readFile(sb.dir(1) + "/sim/ip"), "198.18.0.1\n");
+    EXPECT_EQ(readFile(sb().dir(1) + "/sim/ip"), "198.18.0.1\n");
 }
 
-TEST(LcfTool, ClearMakesTheControllerForgetOneServer) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"imx", "generic"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    sb.clearShellLog(1);
-    sb.clearShellLog(2);
-    const LcfRun syslog = runLcf(sb, {"clear", "02:4c:43:00:00:01", "syslogip"});
+TEST_F(LcfTool, ClearMakesTheControllerForgetOneServer) {
+    ASSERT_TRUE(upServing({"imx", "generic"}));
+    sb().clearShellLog(1);
+    sb().clearShellLog(2);
+    const LcfRun syslog = runLcf(sb(), {"clear", "02:4c:43:00:00:01", "syslogip"});
     EXPECT_EQ(syslog.result.status, 0);
     EXPECT_EQ(syslog.result.out, "02:4C:43:00:00:01 accept=yes\n");
     EXPECT_EQ(syslog.result.err, "");
-    EXPECT_EQ(sb.shellLog(1), std::vector<std::string>{"tarnsetup setsyslogserver --delete"});
-    EXPECT_FALSE(fileExists(sb.dir(1) + "/sim/syslogserver"));
+    EXPECT_EQ(sb().shellLog(1), std::vector<std::string>{"tarnsetup setsyslogserver --delete"});
+    EXPECT_FALSE(fileExists(sb().dir(1) + "/sim/syslogserver"));
 
-    const LcfRun ntp = runLcf(sb, {"clear", "02:4C:43:00:00:02", "ntpip"});
+    const LcfRun ntp = runLcf(sb(), {"clear", "02:4C:43:00:00:02", "ntpip"});
     EXPECT_EQ(ntp.result.status, 0);
     EXPECT_EQ(ntp.result.out, "02:4C:43:00:00:02 accept=yes\n");
-    EXPECT_EQ(sb.shellLog(2), std::vector<std::string>{"ubootenv /dev/mtd1 del timeserver"});
-    EXPECT_FALSE(fileExists(sb.dir(2) + "/sim/uboot/timeserver"));
+    EXPECT_EQ(sb().shellLog(2), std::vector<std::string>{"ubootenv /dev/mtd1 del timeserver"});
+    EXPECT_FALSE(fileExists(sb().dir(2) + "/sim/uboot/timeserver"));
 
     // No pause after a CLEAR: the next query is answered at once, without the server.
     const std::string before = utcNow();
-    const LcfRun details = runLcf(sb, {"query", "02:4C:43:00:00:01"});
+    const LcfRun details = runLcf(sb(), {"query", "02:4C:43:00:00:01"});
     const std::string after = utcNow();
     EXPECT_EQ(details.result.status, 0);
     EXPECT_LT(details.seconds, 4.0);
@@ -285,47 +270,43 @@ TEST(LcfTool, ClearMakesTheControllerForgetOneServer) {
 }
 
 // The tool checks what it sends, so a controller's own refusal is seen with --unchecked.
-TEST(LcfTool, RequestsTheControllerCannotTakeAreAnsweredAcceptNo) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    sb.clearShellLog(1);
+TEST_F(LcfTool, RequestsTheControllerCannotTakeAreAnsweredAcceptNo) {
+    ASSERT_TRUE(upServing({"arm9"}));
+    sb().clearShellLog(1);
     const LcfRun scheme =
-        runLcf(sb, {"assign", "--unchecked", "02:4c:43:00:00:01", "ipscheme=dhcp"});
+        runLcf(sb(), {"assign", "--unchecked", "02:4c:43:00:00:01", "ipscheme=dhcp"});
     EXPECT_EQ(scheme.result.status, 1);
     EXPECT_EQ(scheme.result.out, "02:4C:43:00:00:01 accept=no\n");
     EXPECT_EQ(scheme.result.err, "");
     EXPECT_TRUE(
-        traced(sb, 1, "#mac=02:4C:43:00:00:01#ipscheme=dhcp", "not understood", Seconds(10)))
-        << sb.out(1);
+        traced(sb(), 1, "#mac=02:4C:43:00:00:01#ipscheme=dhcp", "not understood", Seconds(10)))
+        << sb().out(1);
     // A refused ASSIGN reads the device for its reply and changes nothing.
-    EXPECT_EQ(sb.shellLog(1), readingCommands("arm9", "br0", "br0"));
-    EXPECT_EQ(readFile(sb.dir(1) + "/sim/ipscheme"), "STATIC\n");
+    EXPECT_EQ(sb().shellLog(1), readingCommands("arm9", "br0", "br0"));
+    EXPECT_EQ(readFile(sb().dir(1) + "/sim/ipscheme"), "STATIC\n");
 
-    sb.clearShellLog(1);
-    const LcfRun server = runLcf(sb, {"clear", "--unchecked", "02:4C:43:00:00:01", "hostname"});
+    sb().clearShellLog(1);
+    const LcfRun server = runLcf(sb(), {"clear", "--unchecked", "02:4C:43:00:00:01", "hostname"});
     EXPECT_EQ(server.result.status, 1);
     EXPECT_EQ(server.result.out, "02:4C:43:00:00:01 accept=no\n");
     EXPECT_EQ(server.result.err, "");
-    EXPECT_TRUE(traced(sb, 1, "#mac=02:4C:43:00:00:01#hostname", "not understood", Seconds(10)))
-        << sb.out(1);
-    EXPECT_EQ(sb.shellLog(1), readingCommands("arm9", "br0", "br0"));
+    EXPECT_TRUE(traced(sb(), 1, "#mac=02:4C:43:00:00:01#hostname", "not understood", Seconds(10)))
+        << sb().out(1);
+    EXPECT_EQ(sb().shellLog(1), readingCommands("arm9", "br0", "br0"));
 
     // Without the settling pause of an accepted change: the next query is answered at once.
-    const LcfRun details = runLcf(sb, {"query", "02:4C:43:00:00:01"});
+    const LcfRun details = runLcf(sb(), {"query", "02:4C:43:00:00:01"});
     EXPECT_EQ(details.result.status, 0);
     EXPECT_LT(details.seconds, 4.0);
     EXPECT_NE(details.result.out.find("ipscheme:    STATIC\n"), std::string::npos)
         << details.result.out;
 }
 
-TEST(LcfTool, AControllerThatDoesNotAnswerFailsAfterTheTimeout) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "imx"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ASSERT_EQ(sandboxTool(sb, {"stop", "2"}).status, 0);
+TEST_F(LcfTool, AControllerThatDoesNotAnswerFailsAfterTheTimeout) {
+    ASSERT_TRUE(upServing({"arm9", "imx"}));
+    ASSERT_EQ(sb().stop(2).status, 0);
 
-    const LcfRun query = runLcf(sb, {"query", "02:4c:43:00:00:02", "--timeout", "1"});
+    const LcfRun query = runLcf(sb(), {"query", "02:4c:43:00:00:02", "--timeout", "1"});
     EXPECT_EQ(query.result.status, 1);
     EXPECT_EQ(query.result.out, "");
     EXPECT_EQ(query.result.err, "lcf: no answer from 02:4C:43:00:00:02 within 1 s\n");
@@ -333,14 +314,14 @@ TEST(LcfTool, AControllerThatDoesNotAnswerFailsAfterTheTimeout) {
     EXPECT_LT(query.seconds, 2.5);
 
     const LcfRun assign =
-        runLcf(sb, {"assign", "02:4c:43:00:00:02", "ip=198.18.0.99", "--timeout", "1.5"});
+        runLcf(sb(), {"assign", "02:4c:43:00:00:02", "ip=198.18.0.99", "--timeout", "1.5"});
     EXPECT_EQ(assign.result.status, 1);
     EXPECT_EQ(assign.result.out, "");
     EXPECT_EQ(assign.result.err, "lcf: no answer from 02:4C:43:00:00:02 within 1.5 s\n");
     EXPECT_GE(assign.seconds, 1.5);
     EXPECT_LT(assign.seconds, 3.0);
 
-    const LcfRun clear = runLcf(sb, {"clear", "02:4c:43:00:00:02", "ntpip", "-t", "1"});
+    const LcfRun clear = runLcf(sb(), {"clear", "02:4c:43:00:00:02", "ntpip", "-t", "1"});
     EXPECT_EQ(clear.result.status, 1);
     EXPECT_EQ(clear.result.out, "");
     EXPECT_EQ(clear.result.err, "lcf: no answer from 02:4C:43:00:00:02 within 1 s\n");
@@ -348,7 +329,7 @@ TEST(LcfTool, AControllerThatDoesNotAnswerFailsAfterTheTimeout) {
     EXPECT_LT(clear.seconds, 2.5);
 
     // A discovery lists who answered and fails when it was told to expect more.
-    const LcfRun discover = runLcf(sb, {"discover", "--expect", "2"}, Seconds(60));
+    const LcfRun discover = runLcf(sb(), {"discover", "--expect", "2"}, Seconds(60));
     EXPECT_EQ(discover.result.status, 1);
     EXPECT_EQ(maskCounts(discover.result.err),
               "lan0: probed <n>, 1 controller\n"
@@ -359,11 +340,11 @@ TEST(LcfTool, AControllerThatDoesNotAnswerFailsAfterTheTimeout) {
         << discover.result.out;
     EXPECT_NE(discover.result.out.find("\n1 controller found\n"), std::string::npos)
         << discover.result.out;
-    EXPECT_EQ(readFile(sb.dir(2) + "/sim/ip"), "198.18.0.2\n");
+    EXPECT_EQ(readFile(sb().dir(2) + "/sim/ip"), "198.18.0.2\n");
 
     // Nobody at all, within the user's bound.
-    ASSERT_EQ(sandboxTool(sb, {"stop", "1"}).status, 0);
-    const LcfRun nobody = runLcf(sb, {"discover", "--timeout", "0.5"});
+    ASSERT_EQ(sb().stop(1).status, 0);
+    const LcfRun nobody = runLcf(sb(), {"discover", "--timeout", "0.5"});
     EXPECT_EQ(nobody.result.status, 1);
     EXPECT_EQ(nobody.result.out, kNoControllersTable);
     EXPECT_EQ(nobody.result.err,
@@ -371,14 +352,12 @@ TEST(LcfTool, AControllerThatDoesNotAnswerFailsAfterTheTimeout) {
               "lcf: no controller answered on lan0 within 0.5 s\n");
 }
 
-TEST(LcfTool, UsageErrorsExitTwoAndSendNothing) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "qmt"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    sb.clearShellLog(1);
-    sb.clearShellLog(2);
-    const std::string out1 = sb.out(1);
-    const std::string out2 = sb.out(2);
+TEST_F(LcfTool, UsageErrorsExitTwoAndSendNothing) {
+    ASSERT_TRUE(upServing({"arm9", "qmt"}));
+    sb().clearShellLog(1);
+    sb().clearShellLog(2);
+    const std::string out1 = sb().out(1);
+    const std::string out2 = sb().out(2);
 
     const std::string more = "Run 'lcf --help' or 'lcf COMMAND --help' for more information.\n";
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
@@ -419,7 +398,7 @@ TEST(LcfTool, UsageErrorsExitTwoAndSendNothing) {
          "lcf: unknown server 'hostname' (ntpip, syslogip or nameserver)\n"},
     };
     for (const auto& [args, err] : cases) {
-        const LcfRun run = runLcf(sb, args);
+        const LcfRun run = runLcf(sb(), args);
         const std::string line = ::testing::PrintToString(args);
         EXPECT_EQ(run.result.status, 2) << line;
         EXPECT_EQ(run.result.out, "") << line;
@@ -428,35 +407,33 @@ TEST(LcfTool, UsageErrorsExitTwoAndSendNothing) {
 
     // Datagrams are handled in arrival order: once a query sent now has been traced, anything
     // sent before it would have been too. Only the query reached the daemons.
-    const LcfRun marker = runLcf(sb, {"query", "02:4c:43:00:00:01"});
+    const LcfRun marker = runLcf(sb(), {"query", "02:4c:43:00:00:01"});
     EXPECT_EQ(marker.result.status, 0);
     const std::string addressed = "#mac=02:4C:43:00:00:01";
-    ASSERT_TRUE(traced(sb, 1, addressed, "understood", Seconds(10))) << sb.out(1);
-    ASSERT_TRUE(traced(sb, 2, addressed, "understood", Seconds(10))) << sb.out(2);
+    ASSERT_TRUE(traced(sb(), 1, addressed, "understood", Seconds(10))) << sb().out(1);
+    ASSERT_TRUE(traced(sb(), 2, addressed, "understood", Seconds(10))) << sb().out(2);
     for (const auto& [k, earlier] : {std::make_pair(1, out1), std::make_pair(2, out2)}) {
-        const std::string added = sb.out(k).substr(earlier.size());
+        const std::string added = sb().out(k).substr(earlier.size());
         const std::string firstLine = added.substr(0, added.find('\n'));
         EXPECT_EQ(firstLine.rfind("LCF2#QUERY#seqid=", 0), 0u) << added;
         EXPECT_EQ(firstLine.substr(firstLine.size() - addressed.size()), addressed) << added;
     }
     std::vector<std::string> reading = readingCommands("arm9", "br0", "br0");
     reading.push_back("date -u +%Y%m%d%H%M%S");
-    EXPECT_EQ(sb.shellLog(1), reading);
-    EXPECT_EQ(sb.shellLog(2), std::vector<std::string>{});
+    EXPECT_EQ(sb().shellLog(1), reading);
+    EXPECT_EQ(sb().shellLog(2), std::vector<std::string>{});
 
-    const LcfRun help = runLcf(sb, {"--help"});
+    const LcfRun help = runLcf(sb(), {"--help"});
     EXPECT_EQ(help.result.status, 0);
     EXPECT_EQ(help.result.err, "");
     EXPECT_EQ(help.result.out.rfind("lcf: find lcfd controllers", 0), 0u) << help.result.out;
 }
 
-TEST(LcfTool, AToolHostOnTwoSegmentsTagsEachControllerWithItsInterface) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "imx,seg=2", "qmt", "generic,seg=2", "unknown,seg=2"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+TEST_F(LcfTool, AToolHostOnTwoSegmentsTagsEachControllerWithItsInterface) {
+    ASSERT_TRUE(upServing({"arm9", "imx,seg=2", "qmt", "generic,seg=2", "unknown,seg=2"}));
 
     std::string before = utcNow();
-    const LcfRun both = runLcf(sb, {"discover", "--expect", "5"}, Seconds(60));
+    const LcfRun both = runLcf(sb(), {"discover", "--expect", "5"}, Seconds(60));
     std::string after = utcNow();
     EXPECT_EQ(both.result.status, 0);
     EXPECT_EQ(maskCounts(both.result.err),
@@ -478,7 +455,7 @@ TEST(LcfTool, AToolHostOnTwoSegmentsTagsEachControllerWithItsInterface) {
 
     before = utcNow();
     const LcfRun second =
-        runLcf(sb, {"discover", "--json", "--interface", "lan1", "-e", "3"}, Seconds(60));
+        runLcf(sb(), {"discover", "--json", "--interface", "lan1", "-e", "3"}, Seconds(60));
     after = utcNow();
     EXPECT_EQ(second.result.status, 0);
     EXPECT_EQ(maskCounts(second.result.err), "lan1: probed <n>, 3 controllers\n");
@@ -487,18 +464,18 @@ TEST(LcfTool, AToolHostOnTwoSegmentsTagsEachControllerWithItsInterface) {
                       expectedJson(5, "unknown", "lan1")}));
 
     before = utcNow();
-    const LcfRun first = runLcf(sb, {"discover", "--json", "-i", "lan0", "-e", "2"}, Seconds(60));
+    const LcfRun first = runLcf(sb(), {"discover", "--json", "-i", "lan0", "-e", "2"}, Seconds(60));
     after = utcNow();
     EXPECT_EQ(first.result.status, 0);
     EXPECT_EQ(maskedObjects(first.result.out, before, after),
               dumped({expectedJson(1, "arm9", "lan0"), expectedJson(3, "qmt", "lan0")}));
 
     // A controller is reached only through the interface of its own segment.
-    const LcfRun elsewhere = runLcf(sb, {"query", "02:4c:43:00:00:04", "-i", "lan0", "-t", "1"});
+    const LcfRun elsewhere = runLcf(sb(), {"query", "02:4c:43:00:00:04", "-i", "lan0", "-t", "1"});
     EXPECT_EQ(elsewhere.result.status, 1);
     EXPECT_EQ(elsewhere.result.err, "lcf: no answer from 02:4C:43:00:00:04 within 1 s\n");
-    EXPECT_EQ(sb.out(4).find("#mac=02:4C:43:00:00:04\n"), std::string::npos) << sb.out(4);
-    const LcfRun own = runLcf(sb, {"clear", "02:4c:43:00:00:04", "syslogip", "-i", "lan1"});
+    EXPECT_EQ(sb().out(4).find("#mac=02:4C:43:00:00:04\n"), std::string::npos) << sb().out(4);
+    const LcfRun own = runLcf(sb(), {"clear", "02:4c:43:00:00:04", "syslogip", "-i", "lan1"});
     EXPECT_EQ(own.result.status, 0);
     EXPECT_EQ(own.result.out, "02:4C:43:00:00:04 accept=yes\n");
 }

@@ -7,7 +7,6 @@
 #include <map>
 
 #include "Harness.hpp"
-#include "Session.hpp"
 
 namespace e2e {
 namespace {
@@ -15,17 +14,7 @@ namespace {
 const std::vector<std::string> kPlatforms = {"generic", "arm9", "imx", "qmt", "unknown"};
 constexpr int kCount = 5;
 
-// Replies by sender address; a second reply from one sender is kept apart.
-std::map<std::string, std::string> bySender(const std::vector<Datagram>& replies) {
-    std::map<std::string, std::string> result;
-    for (const auto& d : replies) {
-        auto [it, fresh] = result.emplace(d.sender, d.data);
-        if (!fresh) {
-            result[d.sender + " again"] = d.data;
-        }
-    }
-    return result;
-}
+using PlatformSession = LcfdBed;
 
 std::string newAddress(int k) {
     return "198.18.1." + std::to_string(k);
@@ -35,31 +24,6 @@ std::string timeServerVerb(const std::string& platform) {
     // The tools of generic and qmt boards take the shorter verb.
     return platform == "generic" || platform == "qmt" ? "tarnsetup timeserver "
                                                       : "tarnsetup settimeserver ";
-}
-
-std::vector<std::string> clearCommands(const std::string& key, const std::string& platform) {
-    const std::map<std::string, std::map<std::string, std::vector<std::string>>> table = {
-        {"ntpip",
-         {{"generic", {"ubootenv /dev/mtd1 del timeserver"}},
-          {"arm9", {"rm /etc/tarnsetup.d/timeserver"}},
-          {"imx", {"tarnsetup settimeserver --delete"}},
-          {"qmt",
-           {"rm /etc/systemd/timesyncd.conf", "systemctl restart systemd-timesyncd.service"}},
-          {"unknown", {}}}},
-        {"syslogip",
-         {{"generic", {"ubootenv /dev/mtd1 del serverip"}},
-          {"arm9", {"rm /etc/tarnsetup.d/syslogserver"}},
-          {"imx", {"tarnsetup setsyslogserver --delete"}},
-          {"qmt", {"tarnsetup setsyslogserver disabled"}},
-          {"unknown", {}}}},
-        {"nameserver",
-         {{"generic", {}},
-          {"arm9", {}},
-          {"imx", {"tarnsetup setnameserver --delete"}},
-          {"qmt", {}},
-          {"unknown", {}}}},
-    };
-    return table.at(key).at(platform);
 }
 
 // The STATUS reply after the accepted ASSIGN, the clock masked.
@@ -81,29 +45,21 @@ std::string statusAfterAssign(int k, const std::string& platform) {
     return text + "#utcclock=<clock>#displaytime=";
 }
 
-TEST(PlatformSession, EveryStreamThroughQueryAssignAndClear) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb(kPlatforms);
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
+TEST_F(PlatformSession, EveryStreamThroughQueryAssignAndClear) {
+    ASSERT_TRUE(up(kPlatforms));
     std::vector<Session> session;
     for (const auto& platform : kPlatforms) {
         session.emplace_back(platform);
         session.back().startup();
     }
-    auto at = [&](int k) -> Session& { return session[static_cast<std::size_t>(k - 1)]; };
 
     // Discovery: every daemon reads its device, then the clock for the reply.
     const std::string query = "LCF2#QUERY#seqid=1";
-    ASSERT_TRUE(tool.send(query));
-    for (int k = 1; k <= kCount; ++k) {
-        at(k).echo(query);
-        at(k).reading();
-        at(k).ran("date -u +%Y%m%d%H%M%S");
-        at(k).trace(true);
+    ASSERT_TRUE(tool().send(query));
+    for (Session& s : session) {
+        s.queried(query);
     }
-    auto discovered = bySender(repliesWith(tool, "LCF2#STATUS#seqid=1#", kCount, Seconds(15)));
+    auto discovered = bySender(tool().receiveMany(kCount, Seconds(15), "LCF2#STATUS#seqid=1#"));
     ASSERT_EQ(discovered.size(), 5u);
     for (int k = 1; k <= kCount; ++k) {
         EXPECT_EQ(discovered[controllerAddress(k)].rfind(
@@ -115,18 +71,11 @@ TEST(PlatformSession, EveryStreamThroughQueryAssignAndClear) {
     for (int t = 1; t <= kCount; ++t) {
         const std::string refused = "LCF2#ASSIGN#seqid=2#mac=" + controllerMac(t) +
                                     "#ip=" + newAddress(t) + "#ipscheme=dhcp";
-        ASSERT_TRUE(tool.send(refused));
-        for (int k = 1; k <= kCount; ++k) {
-            if (k != t) {
-                at(k).passes(refused);
-                continue;
-            }
-            at(k).echo(refused);
-            at(k).reading();
-            at(k).trace(false);
-        }
+        ASSERT_TRUE(tool().send(refused));
+        expectRequest(
+            session, t, refused, [](Session& s) { s.reading(); }, false);
     }
-    auto no = bySender(repliesWith(tool, "LCF2#ACK#seqid=2#", kCount, Seconds(15)));
+    auto no = bySender(tool().receiveMany(kCount, Seconds(15), "LCF2#ACK#seqid=2#"));
     ASSERT_EQ(no.size(), 5u);
     for (int k = 1; k <= kCount; ++k) {
         EXPECT_EQ(no[controllerAddress(k)], ackText("2", k, false));
@@ -139,26 +88,19 @@ TEST(PlatformSession, EveryStreamThroughQueryAssignAndClear) {
                                      "#ip=" + newAddress(t) +
                                      "#netmask=255.255.0.0#gateway=198.18.255.2"
                                      "#ntpip=198.18.255.12#utcclock=2023111512304";
-        ASSERT_TRUE(tool.send(accepted));
-        for (int k = 1; k <= kCount; ++k) {
-            if (k != t) {
-                at(k).passes(accepted);
-                continue;
-            }
-            Session& s = at(k);
-            s.echo(accepted);
+        ASSERT_TRUE(tool().send(accepted));
+        expectRequest(session, t, accepted, [t](Session& s) {
             s.reading();
             s.warning("Invalid format for UTC - length");
             s.ranLogged(timeServerVerb(s.platform()) + "198.18.255.12");
             s.info("Finished writing ntp IP settings");
             s.info("Writing network settings");
-            s.ranLogged("tarnsetup setip " + newAddress(k) + " 255.255.0.0 198.18.255.2 ");
+            s.ranLogged("tarnsetup setip " + newAddress(t) + " 255.255.0.0 198.18.255.2 ");
             s.info("Changed to Static IP...");
             s.info("Finished writing network settings");
-            s.trace(true);
-        }
+        });
     }
-    auto yes = bySender(repliesWith(tool, "LCF2#ACK#seqid=3#", kCount, Seconds(15)));
+    auto yes = bySender(tool().receiveMany(kCount, Seconds(15), "LCF2#ACK#seqid=3#"));
     ASSERT_EQ(yes.size(), 5u);
     for (int k = 1; k <= kCount; ++k) {
         // Sent before the change, so still from the old address.
@@ -167,17 +109,14 @@ TEST(PlatformSession, EveryStreamThroughQueryAssignAndClear) {
 
     // Answered once each daemon's pause is over, from the new addresses.
     const std::string again = "LCF2#QUERY#seqid=4";
-    ASSERT_TRUE(tool.send(again));
-    for (int k = 1; k <= kCount; ++k) {
-        at(k).echo(again);
-        at(k).reading();
-        at(k).ran("date -u +%Y%m%d%H%M%S");
-        at(k).trace(true);
+    ASSERT_TRUE(tool().send(again));
+    for (Session& s : session) {
+        s.queried(again);
     }
-    auto status = bySender(repliesWith(tool, "LCF2#STATUS#seqid=4#", kCount, Seconds(30)));
+    auto status = bySender(tool().receiveMany(kCount, Seconds(30), "LCF2#STATUS#seqid=4#"));
     ASSERT_EQ(status.size(), 5u);
     for (int k = 1; k <= kCount; ++k) {
-        const std::string& platform = at(k).platform();
+        const std::string& platform = session[static_cast<std::size_t>(k - 1)].platform();
         std::string clock;
         EXPECT_EQ(maskClock(status[newAddress(k)], &clock), statusAfterAssign(k, platform))
             << platform;
@@ -191,28 +130,22 @@ TEST(PlatformSession, EveryStreamThroughQueryAssignAndClear) {
         for (int t = 1; t <= kCount; ++t) {
             const std::string clear =
                 "LCF2#CLEAR#seqid=" + id + "#mac=" + controllerMac(t) + "#" + key;
-            ASSERT_TRUE(tool.send(clear));
-            for (int k = 1; k <= kCount; ++k) {
-                if (k != t) {
-                    at(k).passes(clear);
-                    continue;
+            ASSERT_TRUE(tool().send(clear));
+            expectRequest(session, t, clear, [&key](Session& s) {
+                for (const auto& line : clearCommands(key, s.platform())) {
+                    s.ran(line);
                 }
-                at(k).echo(clear);
-                for (const auto& line : clearCommands(key, at(k).platform())) {
-                    at(k).ran(line);
-                }
-                at(k).trace(true);
-            }
+            });
         }
         auto cleared =
-            bySender(repliesWith(tool, "LCF2#ACK#seqid=" + id + "#", kCount, Seconds(15)));
+            bySender(tool().receiveMany(kCount, Seconds(15), "LCF2#ACK#seqid=" + id + "#"));
         ASSERT_EQ(cleared.size(), 5u) << key;
         for (int k = 1; k <= kCount; ++k) {
             EXPECT_EQ(cleared[newAddress(k)], ackText(id, k, true)) << key;
         }
     }
 
-    expectSessions(sb, session);
+    expectSessions(sb(), session);
 }
 
 }  // namespace

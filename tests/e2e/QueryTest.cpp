@@ -8,22 +8,7 @@
 namespace e2e {
 namespace {
 
-// Replies by sender address, until one came from each of `count` senders.
-std::map<std::string, std::string> repliesBySender(const ToolSocket& tool, std::size_t count,
-                                                   const std::string& prefix) {
-    std::map<std::string, std::string> replies;
-    auto deadline = Clock::now() + std::chrono::seconds(15);
-    while (replies.size() < count && Clock::now() < deadline) {
-        auto d = tool.receive(Seconds(deadline - Clock::now()));
-        if (!d) {
-            break;
-        }
-        if (d->data.rfind(prefix, 0) == 0) {
-            replies[d->sender] = d->data;
-        }
-    }
-    return replies;
-}
+using Query = LcfdBed;
 
 std::string common(int k, const std::string& hostname) {
     return "LCF2#STATUS#seqid=5#mac=" + controllerMac(k) + "#ip=" + controllerAddress(k) +
@@ -32,15 +17,11 @@ std::string common(int k, const std::string& hostname) {
            "#housenames=Hall A,Hall B#syslogip=198.18.255.20";
 }
 
-TEST(Query, EachPlatformReportsItsDeviceValues) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "imx", "qmt", "generic", "unknown"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
+TEST_F(Query, EachPlatformReportsItsDeviceValues) {
+    ASSERT_TRUE(up({"arm9", "imx", "qmt", "generic", "unknown"}));
     std::string before = utcNow();
-    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=5"));
-    auto replies = repliesBySender(tool, 5, "LCF2#STATUS#seqid=5#");
+    ASSERT_TRUE(tool().send("LCF2#QUERY#seqid=5"));
+    auto replies = bySender(tool().receiveMany(5, Seconds(15), "LCF2#STATUS#seqid=5#"));
     std::string after = utcNow();
     ASSERT_EQ(replies.size(), 5u);
 
@@ -67,74 +48,56 @@ TEST(Query, EachPlatformReportsItsDeviceValues) {
     }
 }
 
-TEST(Query, IsAnsweredOnlyByTheAddressedDevice) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "qmt", "generic"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
-    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=7#mac=02:4c:43:00:00:02"));
-    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=7#mac=02:4C:43:00:00:02#x=1"));
+TEST_F(Query, IsAnsweredOnlyByTheAddressedDevice) {
+    ASSERT_TRUE(up({"arm9", "qmt", "generic"}));
+    ASSERT_TRUE(tool().send("LCF2#QUERY#seqid=7#mac=02:4c:43:00:00:02"));
+    ASSERT_TRUE(tool().send("LCF2#QUERY#seqid=7#mac=02:4C:43:00:00:02#x=1"));
     // A discovery afterwards: once every daemon has answered it, each has
     // handled the addressed requests before.
-    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=8"));
+    ASSERT_TRUE(tool().send("LCF2#QUERY#seqid=8"));
+    const std::string eight = "LCF2#STATUS#seqid=8#";
     std::vector<std::string> seven;
     std::size_t eights = 0;
-    auto deadline = Clock::now() + std::chrono::seconds(15);
-    while (eights < 3 && Clock::now() < deadline) {
-        auto d = tool.receive(Seconds(deadline - Clock::now()));
-        if (!d) {
-            break;
-        }
-        if (d->data.rfind("LCF2#STATUS#seqid=8#", 0) == 0) {
+    for (const auto& d : tool().receiveMany(3, Seconds(15), eight, Others::Kept)) {
+        if (d.data.rfind(eight, 0) == 0) {
             ++eights;
         } else {
-            seven.push_back(d->sender + " " + d->data.substr(0, 42));
+            seven.push_back(d.sender + " " + d.data.substr(0, 42));
         }
     }
     EXPECT_EQ(eights, 3u);
     EXPECT_EQ(seven,
               std::vector<std::string>{"198.18.0.2 LCF2#STATUS#seqid=7#mac=02:4C:43:00:00:02#"});
     const std::string understood = "[198.18.255.254] Message understood... \n\n";
-    EXPECT_NE(sb.out(1).find("LCF2#QUERY#seqid=7#mac=02:4c:43:00:00:02\n" + understood),
+    EXPECT_NE(sb().out(1).find("LCF2#QUERY#seqid=7#mac=02:4c:43:00:00:02\n" + understood),
               std::string::npos);
-    EXPECT_NE(sb.out(3).find("LCF2#QUERY#seqid=7#mac=02:4C:43:00:00:02#x=1\n" + understood),
+    EXPECT_NE(sb().out(3).find("LCF2#QUERY#seqid=7#mac=02:4C:43:00:00:02#x=1\n" + understood),
               std::string::npos);
 }
 
-TEST(Query, ReadsTheDeviceAgainForEveryQuery) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"imx,iface=eth0"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
-    sb.clearShellLog(1);
-    sb.setValue(1, "hostname", "renamed");
-    writeFile(sb.dir(1) + "/run/controller", "Line One\nLine Two\n");
-    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=5"));
-    auto reply = tool.receive(Seconds(10));
+TEST_F(Query, ReadsTheDeviceAgainForEveryQuery) {
+    ASSERT_TRUE(up({"imx,iface=eth0"}));
+    sb().clearShellLog(1);
+    sb().setValue(1, "hostname", "renamed");
+    writeFile(sb().dir(1) + "/run/controller", "Line One\nLine Two\n");
+    ASSERT_TRUE(tool().send("LCF2#QUERY#seqid=5"));
+    auto reply = tool().receive(Seconds(10));
     ASSERT_TRUE(reply.has_value());
     EXPECT_NE(reply->data.find("#hostname=renamed#"), std::string::npos) << reply->data;
     EXPECT_NE(reply->data.find("#controller=Line One#"), std::string::npos) << reply->data;
-    std::vector<std::string> expected = readingCommands("imx", "eth0", "eth0");
-    expected.push_back("date -u +%Y%m%d%H%M%S");
-    EXPECT_EQ(sb.shellLog(1), expected);
+    EXPECT_EQ(sb().shellLog(1), queryCommands("imx", "eth0"));
 }
 
-TEST(Query, UnusableAnswersKeepTheLastValues) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
-    sb.setFault(1, "hostname", "error no host name");    // unusable: kept
-    sb.setFault(1, "tarnsetup.gettimeserver", "empty");  // usable and empty: emptied
-    sb.setFault(1, "route", "garbage");                  // not an address: kept
-    sb.setFault(1, "tarnsetup.getsyslogserver", "big");  // first 510 bytes taken
-    sb.setFault(1, "ntpdc", "missing");                  // nothing printed: not synchronised
-    sb.setFault(1, "df", "exit 3");                      // nothing printed: n/a
-    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=5"));
-    auto reply = tool.receive(Seconds(10));
+TEST_F(Query, UnusableAnswersKeepTheLastValues) {
+    ASSERT_TRUE(up({"arm9"}));
+    sb().setFault(1, "hostname", "error no host name");    // unusable: kept
+    sb().setFault(1, "tarnsetup.gettimeserver", "empty");  // usable and empty: emptied
+    sb().setFault(1, "route", "garbage");                  // not an address: kept
+    sb().setFault(1, "tarnsetup.getsyslogserver", "big");  // first 510 bytes taken
+    sb().setFault(1, "ntpdc", "missing");                  // nothing printed: not synchronised
+    sb().setFault(1, "df", "exit 3");                      // nothing printed: n/a
+    ASSERT_TRUE(tool().send("LCF2#QUERY#seqid=5"));
+    auto reply = tool().receive(Seconds(10));
     ASSERT_TRUE(reply.has_value());
     const std::string x510(510, 'x');
     std::string clock;
@@ -144,18 +107,14 @@ TEST(Query, UnusableAnswersKeepTheLastValues) {
               "#housenames=Hall A,Hall B#syslogip=" +
                   x510 + "#nameserver=" + x510 +
                   "#ntpsync=no#sdusage=n/a#utcclock=<clock>#displaytime=");
-    EXPECT_EQ(sb.err(1), "sh: 1: ntpdc: not found\n");
+    EXPECT_EQ(sb().err(1), "sh: 1: ntpdc: not found\n");
 }
 
-TEST(Query, DisplayTimeIsShownInTheDaemonsTimeZone) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"imx,tz=Europe/Berlin", "imx"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
-    sb.setFault(2, "Get", "print abc");
-    ASSERT_TRUE(tool.send("LCF2#QUERY#seqid=5"));
-    auto replies = repliesBySender(tool, 2, "LCF2#STATUS#seqid=5#");
+TEST_F(Query, DisplayTimeIsShownInTheDaemonsTimeZone) {
+    ASSERT_TRUE(up({"imx,tz=Europe/Berlin", "imx"}));
+    sb().setFault(2, "Get", "print abc");
+    ASSERT_TRUE(tool().send("LCF2#QUERY#seqid=5"));
+    auto replies = bySender(tool().receiveMany(2, Seconds(15), "LCF2#STATUS#seqid=5#"));
     ASSERT_EQ(replies.size(), 2u);
     // 1700000000 seconds is 2023-11-14 22:13:20 UTC, 23:13:20 in Berlin.
     const std::string berlin = replies[controllerAddress(1)];

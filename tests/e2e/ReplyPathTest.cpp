@@ -9,6 +9,22 @@ namespace {
 
 const std::string kQuery = "LCF2#QUERY#seqid=5";
 
+// Each test on a segment of its own, the tool side also capturing frames.
+class ReplyPath : public LcfdBed {
+  protected:
+    // The segment of one board, its frames captured, and a discovery sent.
+    ::testing::AssertionResult queried(const std::string& board) {
+        auto result = up({board});
+        if (result) {
+            result = openCapture();
+        }
+        if (result && !tool().send(kQuery)) {
+            result = ::testing::AssertionFailure() << "the discovery was not sent";
+        }
+        return result;
+    }
+};
+
 std::string statusPrefix(int k) {
     return "LCF2#STATUS#seqid=5#mac=" + controllerMac(k) + "#";
 }
@@ -31,118 +47,83 @@ void expectHandBuiltFrame(const IpFrame& frame, int k) {
     EXPECT_EQ(frame.payload().find('\0'), std::string::npos);
 }
 
-TEST(ReplyPath, PlainBroadcastLeavesTheServiceSocketOnBr0) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    FrameCapture capture(sb);
-    ASSERT_TRUE(tool.ok());
-    ASSERT_TRUE(capture.ok());
-    ASSERT_TRUE(tool.send(kQuery));
+TEST_F(ReplyPath, PlainBroadcastLeavesTheServiceSocketOnBr0) {
+    ASSERT_TRUE(queried("arm9"));
 
-    auto reply = tool.receive(Seconds(10));
+    auto reply = tool().receive(Seconds(10));
     ASSERT_TRUE(reply.has_value());
     EXPECT_EQ(reply->sender, controllerAddress(1));
     EXPECT_EQ(reply->senderPort, 7217);
     EXPECT_EQ(reply->data.rfind(statusPrefix(1), 0), 0u) << reply->data;
 
-    auto frame = capture.next(Seconds(5));
+    auto frame = capture().next(Seconds(5));
     ASSERT_TRUE(frame.has_value());
     EXPECT_EQ(frame->payload(), reply->data);
     EXPECT_EQ(frame->destination(), "255.255.255.255");
     EXPECT_EQ(frame->sourcePort(), 7217);
     // The kernel's own UDP path checksums; the hand-built frame does not.
     EXPECT_NE(frame->udpChecksum(), 0);
-    EXPECT_EQ(sb.err(1), "");
+    EXPECT_EQ(sb().err(1), "");
 }
 
-TEST(ReplyPath, OtherInterfaceSendsTheHandBuiltFrame) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9,iface=eth0"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    FrameCapture capture(sb);
-    ASSERT_TRUE(tool.ok());
-    ASSERT_TRUE(capture.ok());
-    ASSERT_TRUE(tool.send(kQuery));
+TEST_F(ReplyPath, OtherInterfaceSendsTheHandBuiltFrame) {
+    ASSERT_TRUE(queried("arm9,iface=eth0"));
 
-    auto frame = capture.next(Seconds(10));
+    auto frame = capture().next(Seconds(10));
     ASSERT_TRUE(frame.has_value());
     expectHandBuiltFrame(*frame, 1);
     // Its checksum-less UDP datagram is still delivered.
-    auto reply = tool.receive(Seconds(5));
+    auto reply = tool().receive(Seconds(5));
     ASSERT_TRUE(reply.has_value());
     EXPECT_EQ(reply->data, frame->payload());
     EXPECT_EQ(reply->senderPort, 7217);
-    EXPECT_EQ(sb.err(1), "");
+    EXPECT_EQ(sb().err(1), "");
 }
 
-TEST(ReplyPath, FailedPlainBroadcastFallsBackToTheRawFrame) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9,nobcast"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    FrameCapture capture(sb);
-    ASSERT_TRUE(tool.ok());
-    ASSERT_TRUE(capture.ok());
-    ASSERT_TRUE(tool.send(kQuery));
+TEST_F(ReplyPath, FailedPlainBroadcastFallsBackToTheRawFrame) {
+    ASSERT_TRUE(queried("arm9,nobcast"));
 
-    auto frame = capture.next(Seconds(10));
+    auto frame = capture().next(Seconds(10));
     ASSERT_TRUE(frame.has_value());
     expectHandBuiltFrame(*frame, 1);
     // No route to 255.255.255.255: the network is unreachable (101).
-    EXPECT_TRUE(sb.waitErr(1, "package\n", Seconds(5)));
-    EXPECT_EQ(sb.err(1), "Broadcast failed: 101\nTrying to send as raw package\n");
+    EXPECT_TRUE(sb().waitErr(1, "package\n", Seconds(5)));
+    EXPECT_EQ(sb().err(1), "Broadcast failed: 101\nTrying to send as raw package\n");
 }
 
-TEST(ReplyPath, RawFrameLongerThanTheLimitIsDiscarded) {
-    E2E_REQUIRE_ROOT();
+TEST_F(ReplyPath, RawFrameLongerThanTheLimitIsDiscarded) {
     // The same device values on both boards, so both replies have one length.
-    Sandbox sb({"arm9", "arm9,iface=eth0"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
+    ASSERT_TRUE(up({"arm9", "arm9,iface=eth0"}));
     for (int k = 1; k <= 2; ++k) {
-        sb.setFault(k, "tarnsetup.getsyslogserver", "big");  // 510 bytes, twice in a reply
-        sb.setFault(k, "hostname", "big");
+        sb().setFault(k, "tarnsetup.getsyslogserver", "big");  // 510 bytes, twice in a reply
+        sb().setFault(k, "hostname", "big");
     }
-    ASSERT_TRUE(tool.send(kQuery));
-    auto reply = tool.receive(Seconds(10));
+    ASSERT_TRUE(tool().send(kQuery));
+    auto reply = tool().receive(Seconds(10));
     ASSERT_TRUE(reply.has_value());
     EXPECT_EQ(reply->sender, controllerAddress(1));
     ASSERT_GT(reply->data.size(), 1471u);
-    EXPECT_TRUE(sb.waitErr(2, "\n", Seconds(10)));
-    EXPECT_EQ(sb.err(2),
+    EXPECT_TRUE(sb().waitErr(2, "\n", Seconds(10)));
+    EXPECT_EQ(sb().err(2),
               "Discarding oversize message: " + std::to_string(reply->data.size()) + "\n");
 }
 
-TEST(ReplyPath, RawSocketBindsByTheFirstFourCharacters) {
-    E2E_REQUIRE_ROOT();
+TEST_F(ReplyPath, RawSocketBindsByTheFirstFourCharacters) {
     // The device is wlan0; the raw socket asks for "wlan", which does not exist.
-    Sandbox sb({"arm9,iface=wlan0"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
-    ASSERT_TRUE(tool.send(kQuery));
-    EXPECT_TRUE(sb.waitErr(1, "\n", Seconds(10)));
-    EXPECT_EQ(sb.err(1), "Error binding to wlan0 interface: 19\n");
+    ASSERT_TRUE(up({"arm9,iface=wlan0"}));
+    ASSERT_TRUE(tool().send(kQuery));
+    EXPECT_TRUE(sb().waitErr(1, "\n", Seconds(10)));
+    EXPECT_EQ(sb().err(1), "Error binding to wlan0 interface: 19\n");
 }
 
-TEST(ReplyPath, CarriageReturnInTheInterfaceFileOnlyReachesTheDeviceQueries) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9"}, false);
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    writeFile(sb.dir(1) + "/home/etc/tarnsetup.d/lcfd_interface", "br0\r\n");
-    ASSERT_EQ(sb.start(1).status, 0);
-    ASSERT_TRUE(sb.waitOut(1, "Listening", Seconds(10)));
-    ToolSocket tool(sb);
-    FrameCapture capture(sb);
-    ASSERT_TRUE(tool.ok());
-    ASSERT_TRUE(capture.ok());
-    ASSERT_TRUE(tool.send(kQuery));
+TEST_F(ReplyPath, CarriageReturnInTheInterfaceFileOnlyReachesTheDeviceQueries) {
+    ASSERT_TRUE(upStopped({"arm9"}));
+    writeFile(sb().dir(1) + "/home/etc/tarnsetup.d/lcfd_interface", "br0\r\n");
+    ASSERT_TRUE(startDaemons());
+    ASSERT_TRUE(openCapture());
+    ASSERT_TRUE(tool().send(kQuery));
     // The transport got the cleaned name br0: a plain broadcast.
-    auto frame = capture.next(Seconds(10));
+    auto frame = capture().next(Seconds(10));
     ASSERT_TRUE(frame.has_value());
     EXPECT_NE(frame->udpChecksum(), 0);
     // The device queries carry the carriage return; the simulated tool knows
@@ -156,11 +137,11 @@ TEST(ReplyPath, CarriageReturnInTheInterfaceFileOnlyReachesTheDeviceQueries) {
     const std::string startLines =
         "lcfd:Detected controller type: 2\nLCFD using interface: br0\r\n"
         "lcfd:Finished reading network settings\nLCFD using interface: br0\r\n";
-    EXPECT_EQ(sb.out(1).substr(0, startLines.size()), startLines);
-    auto log = sb.shellLog(1);
+    EXPECT_EQ(sb().out(1).substr(0, startLines.size()), startLines);
+    auto log = sb().shellLog(1);
     ASSERT_GE(log.size(), 4u);
     EXPECT_EQ(log[3], "tarnsetup getipaddr br0\r");
-    EXPECT_EQ(sb.err(1), "");
+    EXPECT_EQ(sb().err(1), "");
 }
 
 }  // namespace

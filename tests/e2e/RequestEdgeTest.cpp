@@ -6,23 +6,20 @@
 #include <utility>
 
 #include "Harness.hpp"
-#include "Session.hpp"
 
 namespace e2e {
 namespace {
 
-TEST(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "qmt"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
+using RequestEdge = LcfdBed;
+
+TEST_F(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
+    ASSERT_TRUE(up({"arm9", "qmt"}));
     Session arm9("arm9");
     Session qmt("qmt");
     arm9.startup();
     qmt.startup();
     auto both = [&](const std::string& request, bool understood) {
-        ASSERT_TRUE(tool.send(request));
+        ASSERT_TRUE(tool().send(request));
         arm9.passes(request, understood);
         qmt.passes(request, understood);
     };
@@ -37,7 +34,7 @@ TEST(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
 
     // Only the three server keys can be cleared: read again, then refused.
     const std::string clearHostname = "LCF2#CLEAR#seqid=3#mac=02:4C:43:00:00:01#hostname";
-    ASSERT_TRUE(tool.send(clearHostname));
+    ASSERT_TRUE(tool().send(clearHostname));
     arm9.echo(clearHostname);
     arm9.reading();
     arm9.trace(false);
@@ -48,19 +45,19 @@ TEST(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
     // through), and the service is restarted all the same; its failure does
     // not change the answer either.
     const std::string firstClear = "LCF2#CLEAR#seqid=4#mac=02:4C:43:00:00:02#ntpip";
-    ASSERT_TRUE(tool.send(firstClear));
+    ASSERT_TRUE(tool().send(firstClear));
     arm9.passes(firstClear);
     qmt.echo(firstClear);
     qmt.ran("rm /etc/systemd/timesyncd.conf");
     qmt.ran("systemctl restart systemd-timesyncd.service");
     qmt.trace(true);
-    auto first = tool.receive(Seconds(10));
+    auto first = tool().receive(Seconds(10));
     ASSERT_TRUE(first.has_value());
     std::vector<std::string> replies = {first->data};
 
-    sb.setFault(2, "systemctl.restart", "error unit failed");
+    sb().setFault(2, "systemctl.restart", "error unit failed");
     const std::string secondClear = "LCF2#CLEAR#seqid=5#mac=02:4C:43:00:00:02#ntpip";
-    ASSERT_TRUE(tool.send(secondClear));
+    ASSERT_TRUE(tool().send(secondClear));
     arm9.passes(secondClear);
     qmt.echo(secondClear);
     qmt.ran("rm /etc/systemd/timesyncd.conf");
@@ -71,25 +68,12 @@ TEST(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
     // Once both daemons answered a discovery, they have handled everything
     // before it: the replies up to here are all there will be.
     const std::string query = "LCF2#QUERY#seqid=6";
-    ASSERT_TRUE(tool.send(query));
-    for (Session* s : {&arm9, &qmt}) {
-        s->echo(query);
-        s->reading();
-        s->ran("date -u +%Y%m%d%H%M%S");
-        s->trace(true);
-    }
-    std::size_t statuses = 0;
-    auto deadline = Clock::now() + std::chrono::seconds(15);
-    while (statuses < 2 && Clock::now() < deadline) {
-        auto d = tool.receive(Seconds(deadline - Clock::now()));
-        if (!d) {
-            break;
-        }
+    ASSERT_TRUE(tool().send(query));
+    arm9.queried(query);
+    qmt.queried(query);
+    for (const auto& d : tool().receiveMany(2, Seconds(15), "LCF2#STATUS#seqid=6#", Others::Kept)) {
         std::string clock;
-        replies.push_back(maskClock(d->data, &clock));
-        if (d->data.rfind("LCF2#STATUS#seqid=6#", 0) == 0) {
-            ++statuses;
-        }
+        replies.push_back(maskClock(d.data, &clock));
     }
     std::sort(replies.begin(), replies.end());
     std::vector<std::string> expected = {
@@ -102,21 +86,14 @@ TEST(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
     };
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(replies, expected);
-    expectSessions(sb, {&arm9, &qmt});
+    expectSessions(sb(), {&arm9, &qmt});
 }
 
-TEST(RequestEdge, ADeviceThatKnowsNoMacAnswersRequestsWithout) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "generic"}, false);
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+TEST_F(RequestEdge, ADeviceThatKnowsNoMacAnswersRequestsWithout) {
+    ASSERT_TRUE(upStopped({"arm9", "generic"}));
     // The second board's tool names no MAC address.
-    sb.setFault(2, "tarnsetup.getmacaddr", "empty");
-    for (int k = 1; k <= 2; ++k) {
-        ASSERT_EQ(sb.start(k).status, 0);
-        ASSERT_TRUE(sb.waitOut(k, kListening, Seconds(15)));
-    }
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
+    sb().setFault(2, "tarnsetup.getmacaddr", "empty");
+    ASSERT_TRUE(startDaemons());
     Session known("arm9");
     Session unnamed("generic");
     known.startup();
@@ -130,23 +107,19 @@ TEST(RequestEdge, ADeviceThatKnowsNoMacAnswersRequestsWithout) {
     const std::string badMac = "LCF2#CLEAR#seqid=7#mac=zz:4C:43:00:00:01#ntpip";
     for (const auto& [request, accepted] : std::vector<std::pair<std::string, bool>>{
              {empty, true}, {badSeqid, false}, {badMac, false}}) {
-        ASSERT_TRUE(tool.send(request));
+        ASSERT_TRUE(tool().send(request));
         known.passes(request);
         unnamed.echo(request);
         unnamed.reading();
         unnamed.trace(accepted);
     }
     const std::string query = "LCF2#QUERY#seqid=8";
-    ASSERT_TRUE(tool.send(query));
-    for (Session* s : {&known, &unnamed}) {
-        s->echo(query);
-        s->reading();
-        s->ran("date -u +%Y%m%d%H%M%S");
-        s->trace(true);
-    }
+    ASSERT_TRUE(tool().send(query));
+    known.queried(query);
+    unnamed.queried(query);
 
     std::vector<std::string> replies;
-    for (const auto& d : repliesWith(tool, "", 5, Seconds(20))) {
+    for (const auto& d : tool().receiveMany(5, Seconds(20))) {
         std::string clock;
         replies.push_back(maskClock(d.data, &clock));
     }
@@ -162,7 +135,7 @@ TEST(RequestEdge, ADeviceThatKnowsNoMacAnswersRequestsWithout) {
     std::sort(replies.begin(), replies.end());
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(replies, expected);
-    expectSessions(sb, {&known, &unnamed});
+    expectSessions(sb(), {&known, &unnamed});
 }
 
 }  // namespace

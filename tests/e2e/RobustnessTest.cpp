@@ -14,10 +14,11 @@
 
 #include "FloodSupport.hpp"
 #include "Harness.hpp"
-#include "Session.hpp"
 
 namespace e2e {
 namespace {
+
+using Robustness = LcfdBed;
 
 const std::string kToolTrace = "[198.18.255.254] Message ";
 
@@ -38,7 +39,7 @@ std::string queryFor(const ToolSocket& tool, const std::string& seqid, int k) {
     if (!tool.send(request)) {
         return "(not sent)";
     }
-    auto replies = repliesWith(tool, "LCF2#STATUS#seqid=" + seqid + "#", 1, Seconds(10));
+    auto replies = tool.receiveMany(1, Seconds(10), "LCF2#STATUS#seqid=" + seqid + "#");
     if (replies.empty()) {
         return "(no reply)";
     }
@@ -46,12 +47,10 @@ std::string queryFor(const ToolSocket& tool, const std::string& seqid, int k) {
     return maskClock(replies.front().data, &clock);
 }
 
-TEST(Robustness, FloodOfDatagramsNotForThisController) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    const int pid = daemonPid(sb, 1);
-    const std::string stdoutPath = sb.dir(1) + "/stdout";
+TEST_F(Robustness, FloodOfDatagramsNotForThisController) {
+    ASSERT_TRUE(upServing({"arm9"}));
+    const int pid = daemonPid(sb(), 1);
+    const std::string stdoutPath = sb().dir(1) + "/stdout";
     const std::size_t fdBefore = openDescriptors(pid);
     const auto rssBefore = residentKiB(pid);
     const auto queueBefore = udpQueue(pid, kPort);
@@ -67,7 +66,7 @@ TEST(Robustness, FloodOfDatagramsNotForThisController) {
     std::size_t broadcasts = 0;
     bool paced = true;
     const auto started = Clock::now();
-    inNetns(sb.toolNetns(), [&] {
+    inNetns(sb().toolNetns(), [&] {
         int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         if (fd < 0) {
             return;
@@ -161,138 +160,93 @@ TEST(Robustness, FloodOfDatagramsNotForThisController) {
     }
     // The device was never read after start-up.
     EXPECT_EQ(countOf(out, "lcfd:Finished reading network settings\n"), 1u);
-    EXPECT_EQ(sb.shellLog(1), readingCommands("arm9", "br0", "br0"));
+    EXPECT_EQ(sb().shellLog(1), readingCommands("arm9", "br0", "br0"));
 
     // Still serving, and exactly so.
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
-    EXPECT_EQ(queryFor(tool, "71", 1), statusReply("71", 1, "arm9"));
-    EXPECT_EQ(sb.err(1), "");
+    ASSERT_TRUE(openTool());
+    EXPECT_EQ(queryFor(tool(), "71", 1), statusReply("71", 1, "arm9"));
+    EXPECT_EQ(sb().err(1), "");
     EXPECT_EQ(openDescriptors(pid), fdBefore);
 }
 
-TEST(Robustness, MisbehavingDeviceToolsLeaveTheDaemonServing) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "imx"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    ToolSocket tool(sb);
-    ASSERT_TRUE(tool.ok());
+TEST_F(Robustness, MisbehavingDeviceToolsLeaveTheDaemonServing) {
+    ASSERT_TRUE(up({"arm9", "imx"}));
     // arm9: an ERROR:: answer keeps the address; a host name tool that prints
     // nothing empties the name, which leaves the field out; a 1 MiB line
     // gives its first 510 bytes as the time server; a line of binary rubbish
     // is taken up to its first blank as syslog server, and so name server.
-    sb.setFault(1, "tarnsetup.getipaddr", "error flash worn out");
-    sb.setFault(1, "hostname", "empty");
-    sb.setFault(1, "tarnsetup.gettimeserver", "big");
-    sb.setFault(1, "tarnsetup.getsyslogserver", "garbage");
+    sb().setFault(1, "tarnsetup.getipaddr", "error flash worn out");
+    sb().setFault(1, "hostname", "empty");
+    sb().setFault(1, "tarnsetup.gettimeserver", "big");
+    sb().setFault(1, "tarnsetup.getsyslogserver", "garbage");
     // imx: ntpq missing (the shell says so on the daemon's standard error), a
     // version tool that fails silently, an SD card tool that says No, and a
     // name server tool that prints an address but exits 1: only the output
     // counts, so the address is taken.
-    sb.setFault(2, "ntpq", "missing");
-    sb.setFault(2, "tarnsetup.getsdkversion", "exit 2");
-    sb.setFault(2, "tarnsetup.sdcard", "print No card");
-    sb.setFault(2, "tarnsetup.getnameserver", "fail 198.18.255.99");
+    sb().setFault(2, "ntpq", "missing");
+    sb().setFault(2, "tarnsetup.getsdkversion", "exit 2");
+    sb().setFault(2, "tarnsetup.sdcard", "print No card");
+    sb().setFault(2, "tarnsetup.getnameserver", "fail 198.18.255.99");
     const std::string rubbish = "\xfe\xff\x01garbage\x1b[0m~%s\\n";
     const auto started = Clock::now();
-    EXPECT_EQ(queryFor(tool, "11", 1), statusReply("11", 1, "arm9",
-                                                   {{"hostname", ""},
-                                                    {"ntpip", std::string(510, 'x')},
-                                                    {"syslogip", rubbish},
-                                                    {"nameserver", rubbish}}));
+    EXPECT_EQ(queryFor(tool(), "11", 1), statusReply("11", 1, "arm9",
+                                                     {{"hostname", ""},
+                                                      {"ntpip", std::string(510, 'x')},
+                                                      {"syslogip", rubbish},
+                                                      {"nameserver", rubbish}}));
     EXPECT_LT(Seconds(Clock::now() - started).count(), 5.0);
-    EXPECT_EQ(queryFor(tool, "12", 2), statusReply("12", 2, "imx",
-                                                   {{"ntpsync", "no"},
-                                                    {"sdkversion", ""},
-                                                    {"sdusage", "n/a"},
-                                                    {"nameserver", "198.18.255.99"}}));
-    EXPECT_TRUE(sb.waitErr(2, "\n", Seconds(5)));
-    EXPECT_EQ(sb.err(2), "sh: 1: ntpq: not found\n");
-    EXPECT_EQ(sb.err(1), "");
+    EXPECT_EQ(queryFor(tool(), "12", 2), statusReply("12", 2, "imx",
+                                                     {{"ntpsync", "no"},
+                                                      {"sdkversion", ""},
+                                                      {"sdusage", "n/a"},
+                                                      {"nameserver", "198.18.255.99"}}));
+    EXPECT_TRUE(sb().waitErr(2, "\n", Seconds(5)));
+    EXPECT_EQ(sb().err(2), "sh: 1: ntpq: not found\n");
+    EXPECT_EQ(sb().err(1), "");
 
     // The tools mended, the next readings are whole again, the empty host
     // name included.
     for (const char* fault : {"tarnsetup.getipaddr", "hostname", "tarnsetup.gettimeserver",
                               "tarnsetup.getsyslogserver"}) {
-        ASSERT_EQ(std::remove((sb.dir(1) + "/fault/" + fault).c_str()), 0) << fault;
+        ASSERT_EQ(std::remove((sb().dir(1) + "/fault/" + fault).c_str()), 0) << fault;
     }
     for (const char* fault :
          {"ntpq", "tarnsetup.getsdkversion", "tarnsetup.sdcard", "tarnsetup.getnameserver"}) {
-        ASSERT_EQ(std::remove((sb.dir(2) + "/fault/" + fault).c_str()), 0) << fault;
+        ASSERT_EQ(std::remove((sb().dir(2) + "/fault/" + fault).c_str()), 0) << fault;
     }
     // A write tool that fails during an ASSIGN: the ACK is out first, the
     // failure is logged, the step still closes, and the device keeps its value.
-    sb.setFault(1, "tarnsetup.settimeserver", "exit 1");
-    ASSERT_TRUE(tool.send("LCF2#ASSIGN#seqid=15#mac=" + controllerMac(1) + "#ntpip=198.18.255.11"));
-    auto ack = repliesWith(tool, "LCF2#ACK#seqid=15#", 1, Seconds(5));
+    sb().setFault(1, "tarnsetup.settimeserver", "exit 1");
+    ASSERT_TRUE(
+        tool().send("LCF2#ASSIGN#seqid=15#mac=" + controllerMac(1) + "#ntpip=198.18.255.11"));
+    auto ack = tool().receiveMany(1, Seconds(5), "LCF2#ACK#seqid=15#");
     ASSERT_EQ(ack.size(), 1u);
     EXPECT_EQ(ack.front().data, ackText("15", 1, true));
-    EXPECT_TRUE(sb.waitErr(1, "\n", Seconds(5)));
-    EXPECT_EQ(sb.err(1), "lcfd:Error setting ntp IP\n");
-    EXPECT_TRUE(sb.waitOut(1, "lcfd:Finished writing ntp IP settings\n", Seconds(5)));
-    EXPECT_EQ(queryFor(tool, "13", 1), statusReply("13", 1, "arm9"));
-    const auto records = syslogRecords(sb.syslog(1));
+    EXPECT_TRUE(sb().waitErr(1, "\n", Seconds(5)));
+    EXPECT_EQ(sb().err(1), "lcfd:Error setting ntp IP\n");
+    EXPECT_TRUE(sb().waitOut(1, "lcfd:Finished writing ntp IP settings\n", Seconds(5)));
+    EXPECT_EQ(queryFor(tool(), "13", 1), statusReply("13", 1, "arm9"));
+    const auto records = syslogRecords(sb().syslog(1));
     EXPECT_EQ(std::count(records.begin(), records.end(), "<27>Error setting ntp IP"), 1);
-    EXPECT_EQ(queryFor(tool, "14", 2), statusReply("14", 2, "imx"));
-    EXPECT_EQ(sb.err(2), "sh: 1: ntpq: not found\n");
-    EXPECT_EQ(sb.err(1), "lcfd:Error setting ntp IP\n");
+    EXPECT_EQ(queryFor(tool(), "14", 2), statusReply("14", 2, "imx"));
+    EXPECT_EQ(sb().err(2), "sh: 1: ntpq: not found\n");
+    EXPECT_EQ(sb().err(1), "lcfd:Error setting ntp IP\n");
 }
 
-TEST(Robustness, InterfaceFileEmptyOrADirectoryOrCarriageReturnsOnly) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "qmt", "imx"}, false);
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    const std::string file = "/home/etc/tarnsetup.d/lcfd_interface";
-    // A directory opens but reads as nothing; a file of no bytes at all; ten
-    // carriage returns are one character too many.
-    std::remove((sb.dir(1) + file).c_str());
-    ASSERT_TRUE(std::filesystem::create_directory(sb.dir(1) + file));
-    writeFile(sb.dir(2) + file, "");
-    writeFile(sb.dir(3) + file, std::string(10, '\r') + "\n");
+TEST_F(Robustness, InterfaceFileEmptyOrADirectoryOrCarriageReturnsOnly) {
+    // A directory opens but reads as nothing; a file of no bytes at all; ten carriage returns
+    // are one character too many.
     Session directory("arm9");
     Session empty("qmt");
-    Session returns("imx", std::string(10, '\r'), "br0");
     directory.fileIsPresent();
     empty.fileIsPresent();
-    for (Session* s : {&directory, &empty, &returns}) {
-        s->startup();
-    }
-    for (int k = 1; k <= 3; ++k) {
-        ASSERT_EQ(sb.start(k).status, 0);
-        ASSERT_TRUE(sb.waitOut(k, kListening, Seconds(15)));
-    }
-    ToolSocket tool(sb);
-    FrameCapture capture(sb);
-    ASSERT_TRUE(tool.ok());
-    ASSERT_TRUE(capture.ok());
-    const std::string query = "LCF2#QUERY#seqid=21";
-    ASSERT_TRUE(tool.send(query));
-    for (Session* s : {&directory, &empty, &returns}) {
-        s->echo(query);
-        s->reading();
-        s->ran("date -u +%Y%m%d%H%M%S");
-        s->trace(true);
-    }
-    // br0 for all three: plain broadcasts from the service socket, which the
-    // kernel checksums, and the netmask found on br0.
-    const std::vector<std::string> platforms = {"arm9", "qmt", "imx"};
-    for (int i = 0; i < 3; ++i) {
-        auto frame = capture.next(Seconds(10));
-        ASSERT_TRUE(frame.has_value());
-        EXPECT_NE(frame->udpChecksum(), 0) << frame->source();
-        EXPECT_EQ(frame->sourcePort(), kPort);
-        std::string clock;
-        const std::string reply = maskClock(frame->payload(), &clock);
-        bool known = false;
-        for (int k = 1; k <= 3; ++k) {
-            if (frame->source() == controllerAddress(k)) {
-                known = true;
-                EXPECT_EQ(reply, statusReply("21", k, platforms[static_cast<std::size_t>(k - 1)]));
-            }
-        }
-        EXPECT_TRUE(known) << frame->source();
-    }
-    expectSessions(sb, {&directory, &empty, &returns});
+    expectBr0DespiteTheInterfaceFiles(
+        {
+            {"arm9", std::nullopt, directory},
+            {"qmt", "", empty},
+            {"imx", std::string(10, '\r') + "\n", Session("imx", std::string(10, '\r'), "br0")},
+        },
+        "21");
 }
 
 }  // namespace

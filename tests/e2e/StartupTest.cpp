@@ -4,120 +4,113 @@
 #include <unistd.h>
 
 #include "Harness.hpp"
-#include "wire/Protocol.hpp"
 
 namespace e2e {
 namespace {
 
-const std::string kBanner =
-    std::string("LAN Config Facility ") + lcfd::kVersion + " : Listening for broadcast packets\n";
+using Startup = LcfdBed;
 
 std::string startupOut(int type) {
     return "lcfd:Detected controller type: " + std::to_string(type) +
-           "\nlcfd:Finished reading network settings\n" + kBanner;
+           "\nlcfd:Finished reading network settings\n" + kListening;
 }
 
-TEST(Startup, ReadsTheDeviceThenPrintsTheBanner) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    EXPECT_EQ(sb.out(1), startupOut(2));
-    EXPECT_EQ(sb.err(1), "");
+TEST_F(Startup, ReadsTheDeviceThenPrintsTheBanner) {
+    ASSERT_TRUE(upServing({"arm9"}));
+    EXPECT_EQ(sb().out(1), startupOut(2));
+    EXPECT_EQ(sb().err(1), "");
 }
 
-TEST(Startup, LogsTheDetectedTypeOfEachPlatform) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "imx", "qmt", "generic", "unknown"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    EXPECT_EQ(sb.out(1), startupOut(2));
-    EXPECT_EQ(sb.out(2), startupOut(3));
-    EXPECT_EQ(sb.out(3), startupOut(4));
-    EXPECT_EQ(sb.out(4), startupOut(1));
-    EXPECT_EQ(sb.out(5), startupOut(0));
-    for (int k = 1; k <= 5; ++k) {
-        EXPECT_EQ(sb.err(k), "") << "controller " << k;
+TEST_F(Startup, LogsTheDetectedTypeOfEachPlatform) {
+    const std::vector<std::pair<std::string, int>> types = {
+        {"arm9", 2}, {"imx", 3}, {"qmt", 4}, {"generic", 1}, {"unknown", 0}};
+    std::vector<std::string> boards;
+    for (const auto& t : types) {
+        boards.push_back(t.first);
+    }
+    ASSERT_TRUE(upServing(boards));
+    for (int k = 1; k <= controllers(); ++k) {
+        EXPECT_EQ(sb().out(k), startupOut(types[static_cast<std::size_t>(k - 1)].second))
+            << "controller " << k;
+        EXPECT_EQ(sb().err(k), "") << "controller " << k;
     }
 }
 
-TEST(Startup, GenericBoardNamesItsOwnSdk) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"generic,sdk=imx2", "arm9,sdk="});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+TEST_F(Startup, GenericBoardNamesItsOwnSdk) {
+    ASSERT_TRUE(upServing({"generic,sdk=imx2", "arm9,sdk="}));
     // Only the exact words name the three known platforms.
-    EXPECT_EQ(sb.out(1), startupOut(1));
-    EXPECT_EQ(sb.out(2), startupOut(1));
+    EXPECT_EQ(sb().out(1), startupOut(1));
+    EXPECT_EQ(sb().out(2), startupOut(1));
 }
 
-TEST(Startup, AnnouncesTheInterfaceFromTheFileTwice) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"imx,iface=eth0"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    EXPECT_EQ(sb.out(1),
+TEST_F(Startup, AnnouncesTheInterfaceFromTheFileTwice) {
+    ASSERT_TRUE(upServing({"imx,iface=eth0"}));
+    EXPECT_EQ(sb().out(1),
               "lcfd:Detected controller type: 3\n"
               "LCFD using interface: eth0\n"
               "lcfd:Finished reading network settings\n"
               "LCFD using interface: eth0\n" +
-                  kBanner);
-    EXPECT_EQ(sb.err(1), "");
+                  kListening);
+    EXPECT_EQ(sb().err(1), "");
 }
 
-TEST(Startup, SendsTheInformationLinesToSyslog) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+TEST_F(Startup, SendsTheInformationLinesToSyslog) {
+    ASSERT_TRUE(upServing({"arm9"}));
     const std::vector<std::string> expected = {"<30>Detected controller type: 2",
                                                "<30>Finished reading network settings"};
-    EXPECT_TRUE(waitUntil([&] { return syslogRecords(sb.syslog(1)).size() >= 2; }, Seconds(5)));
-    EXPECT_EQ(syslogRecords(sb.syslog(1)), expected);
+    EXPECT_TRUE(waitUntil([&] { return syslogRecords(sb().syslog(1)).size() >= 2; }, Seconds(5)));
+    EXPECT_EQ(syslogRecords(sb().syslog(1)), expected);
 }
 
-TEST(Startup, RunsEachPlatformsReadingCommands) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9", "imx", "qmt", "generic", "unknown", "arm9,iface=eth0"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    EXPECT_EQ(sb.shellLog(1), readingCommands("arm9", "br0", "br0"));
-    EXPECT_EQ(sb.shellLog(2), readingCommands("imx", "br0", "br0"));
-    EXPECT_EQ(sb.shellLog(3), readingCommands("qmt", "br0", "br0"));
-    EXPECT_EQ(sb.shellLog(4), readingCommands("generic", "br0", "br0"));
-    EXPECT_EQ(sb.shellLog(5), readingCommands("unknown", "br0", "br0"));
-    // The interface file is first read in the middle of the first reading.
-    EXPECT_EQ(sb.shellLog(6), readingCommands("arm9", "br0", "eth0"));
+TEST_F(Startup, RunsEachPlatformsReadingCommands) {
+    // Board, platform, and the interface from the address query on: the interface file is
+    // first read in the middle of the first reading.
+    const std::vector<std::vector<std::string>> boards = {
+        {"arm9", "arm9", "br0"},       {"imx", "imx", "br0"},
+        {"qmt", "qmt", "br0"},         {"generic", "generic", "br0"},
+        {"unknown", "unknown", "br0"}, {"arm9,iface=eth0", "arm9", "eth0"},
+    };
+    std::vector<std::string> specs;
+    for (const auto& b : boards) {
+        specs.push_back(b[0]);
+    }
+    ASSERT_TRUE(upServing(specs));
+    for (int k = 1; k <= controllers(); ++k) {
+        const auto& b = boards[static_cast<std::size_t>(k - 1)];
+        EXPECT_EQ(sb().shellLog(k), readingCommands(b[1], "br0", b[2])) << b[0];
+    }
 }
 
-TEST(Startup, ExitsWithStatusOneWhenThePortIsTaken) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9"}, false);
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
-    int holder = occupyServicePort(sb, 1);
+TEST_F(Startup, ExitsWithStatusOneWhenThePortIsTaken) {
+    ASSERT_TRUE(upStopped({"arm9"}));
+    int holder = occupyServicePort(sb(), 1);
     ASSERT_GE(holder, 0);
-    ProcessResult started = sb.start(1);
+    ProcessResult started = sb().start(1);
     ASSERT_EQ(started.status, 0) << started.out << started.err;
-    std::optional<int> status = sb.waitExit(1, Seconds(10));
+    std::optional<int> status = sb().waitExit(1, Seconds(10));
     close(holder);
     ASSERT_TRUE(status.has_value());
     EXPECT_EQ(*status, 1);
-    EXPECT_EQ(sb.err(1), "Error binding socket: 98\n");
-    EXPECT_EQ(sb.out(1),
+    EXPECT_EQ(sb().err(1), "Error binding socket: 98\n");
+    EXPECT_EQ(sb().out(1),
               "lcfd:Detected controller type: 2\nlcfd:Finished reading network settings\n");
 }
 
-TEST(Startup, ClosedStandardInputIsTakenByTheSyslogConnection) {
-    E2E_REQUIRE_ROOT();
-    Sandbox sb({"arm9,stdin=closed", "arm9,stdin=closed,nosyslog"});
-    ASSERT_TRUE(sb.ok()) << sb.upOutput();
+TEST_F(Startup, ClosedStandardInputIsTakenByTheSyslogConnection) {
+    ASSERT_TRUE(upServing({"arm9,stdin=closed", "arm9,stdin=closed,nosyslog"}));
     // With syslog reachable, the first log line connects it on descriptor 0
     // and the service socket gets another one.
-    EXPECT_EQ(sb.out(1), startupOut(2));
-    EXPECT_EQ(sb.err(1), "");
-    EXPECT_FALSE(fileExists(sb.dir(1) + "/exit"));
+    EXPECT_EQ(sb().out(1), startupOut(2));
+    EXPECT_EQ(sb().err(1), "");
+    EXPECT_FALSE(fileExists(sb().dir(1) + "/exit"));
     // Without it, descriptor 0 is free when the service socket is made, and
     // the number reads as no socket.  The error number is the one left by
     // the failed syslog connection (no such file).
-    std::optional<int> status = sb.waitExit(2, Seconds(10));
+    std::optional<int> status = sb().waitExit(2, Seconds(10));
     ASSERT_TRUE(status.has_value());
     EXPECT_EQ(*status, 1);
-    EXPECT_EQ(sb.err(2), "Error creating socket: 2\n");
-    EXPECT_EQ(sb.out(2),
+    EXPECT_EQ(sb().err(2), "Error creating socket: 2\n");
+    EXPECT_EQ(sb().out(2),
               "lcfd:Detected controller type: 2\nlcfd:Finished reading network settings\n");
 }
 

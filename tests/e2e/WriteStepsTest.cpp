@@ -9,7 +9,6 @@
 #include <map>
 
 #include "Harness.hpp"
-#include "Session.hpp"
 
 namespace e2e {
 namespace {
@@ -21,14 +20,6 @@ struct Case {
     std::string status;                    // the STATUS reply afterwards, clock masked
 };
 
-Session sessionFor(const std::string& board) {
-    const std::string platform = board.substr(0, board.find(','));
-    if (board.find(",iface=eth0") != std::string::npos) {
-        return Session(platform, "eth0", "eth0");
-    }
-    return Session(platform);
-}
-
 // When the ACK and the STATUS reply of each controller arrived, and the
 // clock each reported.
 struct Arrivals {
@@ -38,99 +29,79 @@ struct Arrivals {
     Clock::time_point querySent;
 };
 
-// Brings the cases' daemons up (after `prepare` adjusted their devices), sends
-// each its ASSIGN at once, then one discovery once every ACK is in, and checks
-// the replies and the whole session of every controller.
-Arrivals runCases(const std::vector<Case>& cases,
-                  const std::function<void(const Sandbox&)>& prepare) {
+class WriteSteps : public LcfdBed {
+  protected:
+    // Brings the cases' daemons up (after `prepare` adjusted their devices), sends each its
+    // ASSIGN at once, then one discovery once every ACK is in, and checks the replies and the
+    // whole session of every controller.
+    Arrivals runCases(const std::vector<Case>& cases,
+                      const std::function<void(const Sandbox&)>& prepare);
+};
+
+Arrivals WriteSteps::runCases(const std::vector<Case>& cases,
+                              const std::function<void(const Sandbox&)>& prepare) {
     Arrivals arrivals;
     std::vector<std::string> boards;
     std::vector<Session> sessions;
     for (const auto& c : cases) {
         boards.push_back(c.board);
-        sessions.push_back(sessionFor(c.board));
+        sessions.push_back(Session::forBoard(c.board));
         sessions.back().startup();
     }
     const int count = static_cast<int>(cases.size());
-    auto at = [&](int k) -> Session& { return sessions[static_cast<std::size_t>(k - 1)]; };
-    Sandbox sb(boards, false);
-    EXPECT_TRUE(sb.ok()) << sb.upOutput();
-    if (!sb.ok()) {
+    EXPECT_TRUE(upStopped(boards));
+    if (HasFailure()) {
         return arrivals;
     }
-    prepare(sb);
-    for (int k = 1; k <= count; ++k) {
-        EXPECT_EQ(sb.start(k).status, 0);
+    prepare(sb());
+    EXPECT_TRUE(startDaemons());
+    if (HasFailure()) {
+        return arrivals;
     }
-    for (int k = 1; k <= count; ++k) {
-        EXPECT_TRUE(sb.waitOut(k, kListening, Seconds(15))) << "controller " << k;
-    }
-    ToolSocket tool(sb);
-    EXPECT_TRUE(tool.ok());
 
     for (int t = 1; t <= count; ++t) {
         const Case& c = cases[static_cast<std::size_t>(t - 1)];
         const std::string assign = "LCF2#ASSIGN#seqid=1#mac=" + controllerMac(t) + c.fields;
-        EXPECT_TRUE(tool.send(assign));
-        for (int k = 1; k <= count; ++k) {
-            if (k != t) {
-                at(k).passes(assign);
-                continue;
-            }
-            at(k).echo(assign);
-            at(k).reading();
-            c.handle(at(k));
-            at(k).trace(true);
-        }
+        EXPECT_TRUE(tool().send(assign));
+        expectRequest(sessions, t, assign, [&c](Session& s) {
+            s.reading();
+            c.handle(s);
+        });
     }
     std::map<std::string, int> byAddress;
     for (int k = 1; k <= count; ++k) {
         byAddress[controllerAddress(k)] = k;
     }
-    for (std::size_t got = 0; got < cases.size(); ++got) {
-        auto d = tool.receive(Seconds(15));
-        if (!d) {
-            break;
-        }
-        const auto now = Clock::now();
-        const int k = byAddress.count(d->sender) != 0 ? byAddress[d->sender] : 0;
-        EXPECT_EQ(d->data, ackText("1", k, true)) << d->sender;
-        arrivals.ack[k] = now;
+    for (const auto& d : tool().receiveMany(cases.size(), Seconds(15))) {
+        const int k = byAddress.count(d.sender) != 0 ? byAddress[d.sender] : 0;
+        EXPECT_EQ(d.data, ackText("1", k, true)) << d.sender;
+        arrivals.ack[k] = d.arrived;
     }
     EXPECT_EQ(arrivals.ack.size(), cases.size());
 
     const std::string query = "LCF2#QUERY#seqid=2";
     arrivals.querySent = Clock::now();
-    EXPECT_TRUE(tool.send(query));
-    for (std::size_t got = 0; got < cases.size(); ++got) {
-        auto d = tool.receive(Seconds(30));
-        if (!d) {
-            break;
-        }
-        const auto now = Clock::now();
+    EXPECT_TRUE(tool().send(query));
+    for (const auto& d : tool().receiveMany(cases.size(), Seconds(30))) {
         for (int k = 1; k <= count; ++k) {
-            if (d->data.rfind("LCF2#STATUS#seqid=2#mac=" + controllerMac(k) + "#", 0) == 0) {
-                arrivals.status[k] = now;
+            if (d.data.rfind("LCF2#STATUS#seqid=2#mac=" + controllerMac(k) + "#", 0) == 0) {
+                arrivals.status[k] = d.arrived;
                 std::string clock;
-                EXPECT_EQ(maskClock(d->data, &clock), cases[static_cast<std::size_t>(k - 1)].status)
+                EXPECT_EQ(maskClock(d.data, &clock), cases[static_cast<std::size_t>(k - 1)].status)
                     << "controller " << k;
                 arrivals.clock[k] = clock;
             }
         }
     }
     EXPECT_EQ(arrivals.status.size(), cases.size());
-    for (int k = 1; k <= count; ++k) {
-        at(k).echo(query);
-        at(k).reading();
-        at(k).ran("date -u +%Y%m%d%H%M%S");
-        at(k).trace(true);
+    for (Session& s : sessions) {
+        s.queried(query);
     }
-    expectSessions(sb, sessions);
+    expectSessions(sb(), sessions);
     return arrivals;
 }
 
-TEST(WriteSteps, EachWayTheAddressSchemeIsApplied) {
-    E2E_REQUIRE_ROOT();
+TEST_F(WriteSteps, EachWayTheAddressSchemeIsApplied) {
     const std::vector<Case> cases = {
         // A changed syslog server alone re-applies the address: on br0 the
         // line ends in a blank, on another interface in its name.
@@ -186,8 +157,7 @@ TEST(WriteSteps, EachWayTheAddressSchemeIsApplied) {
     });
 }
 
-TEST(WriteSteps, OrderFailuresAndAssignmentsThatChangeNothing) {
-    E2E_REQUIRE_ROOT();
+TEST_F(WriteSteps, OrderFailuresAndAssignmentsThatChangeNothing) {
     const std::vector<Case> cases = {
         // The address command fails: reported as an error, the step closed all
         // the same, and the clock still set after it.
