@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "wire/Message.hpp"
@@ -43,85 +45,78 @@ bool isEmpty(const Message& message) {
     return true;
 }
 
+// The field of the record that a request's key names.
+std::string& fieldNamed(Message& message, const std::string& key) {
+    static const std::vector<std::pair<std::string, std::string Message::*>> fields = {
+        {"mac", &Message::mac},
+        {"ipscheme", &Message::ipscheme},
+        {"gateway", &Message::gateway},
+        {"syslogip", &Message::syslogip},
+        {"nameserver", &Message::nameserver},
+        {"ntpip", &Message::ntpip},
+        {"ip", &Message::ip},
+        {"netmask", &Message::netmask},
+        {"seqid", &Message::seqid},
+        {"utcclock", &Message::utcclock},
+    };
+    for (const auto& [name, member] : fields) {
+        if (name == key) {
+            return message.*member;
+        }
+    }
+    ADD_FAILURE() << "no field named " << key;
+    static std::string none;
+    return none;
+}
+
+// Each row of a table names its own test.
+template <typename Case>
+std::string caseName(const ::testing::TestParamInfo<Case>& info) {
+    return info.param.name;
+}
+
 // ---- splitAt ----
 
-TEST(SplitAt, EmptyTextGivesEmptyHeadAndRestAndNoSeparator) {
-    const SplitResult result = split("", '#');
-    EXPECT_FALSE(result.found);
-    EXPECT_EQ(result.head, "");
-    EXPECT_EQ(result.rest, "");
+struct SplitCase {
+    const char* name;
+    std::string text;
+    char separator;
+    bool found;
+    std::string head;
+    std::string rest;
+};
+
+void PrintTo(const SplitCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(SplitAt, TextWithoutSeparatorIsAllHead) {
-    const SplitResult result = split("LCF2", '#');
-    EXPECT_FALSE(result.found);
-    EXPECT_EQ(result.head, "LCF2");
-    EXPECT_EQ(result.rest, "");
+const SplitCase kSplitCases[] = {
+    {"EmptyTextGivesEmptyHeadAndRestAndNoSeparator", "", '#', false, "", ""},
+    {"TextWithoutSeparatorIsAllHead", "LCF2", '#', false, "LCF2", ""},
+    {"KeyWithoutEqualsSignReadsAsKeyWithEmptyValue", "key", '=', false, "key", ""},
+    {"SeparatorInTheMiddleSplitsIntoHeadAndRest", "LCF2#QUERY", '#', true, "LCF2", "QUERY"},
+    {"OnlyTheFirstOccurrenceSplits", "LCF2#QUERY#seqid=1", '#', true, "LCF2", "QUERY#seqid=1"},
+    {"SeparatorFirstGivesEmptyHead", "#QUERY", '#', true, "", "QUERY"},
+    {"SeparatorLastGivesEmptyRest", "ip=10.0.0.5#", '#', true, "ip=10.0.0.5", ""},
+    {"LoneSeparatorGivesTwoEmptyParts", "=", '=', true, "", ""},
+    {"TwoSeparatorsInARowLeaveTheSecondInTheRest", "a##b", '#', true, "a", "#b"},
+    {"ZeroBytesAreOrdinaryCharacters", std::string("a\0b:c\0", 6), ':', true,
+     std::string("a\0b", 3), std::string("c\0", 2)},
+    {"SplitsOnTheGivenCharacterOnly", "10.0.0.5", ':', false, "10.0.0.5", ""},
+};
+
+class SplitAtText : public ::testing::TestWithParam<SplitCase> {};
+
+TEST_P(SplitAtText, GivesHeadAndRest) {
+    const SplitCase& row = GetParam();
+    const SplitResult result = split(row.text, row.separator);
+    EXPECT_EQ(result.found, row.found);
+    EXPECT_EQ(result.head, row.head);
+    EXPECT_EQ(result.rest, row.rest);
 }
 
-TEST(SplitAt, KeyWithoutEqualsSignReadsAsKeyWithEmptyValue) {
-    const SplitResult result = split("key", '=');
-    EXPECT_FALSE(result.found);
-    EXPECT_EQ(result.head, "key");
-    EXPECT_EQ(result.rest, "");
-}
-
-TEST(SplitAt, SeparatorInTheMiddleSplitsIntoHeadAndRest) {
-    const SplitResult result = split("LCF2#QUERY", '#');
-    EXPECT_TRUE(result.found);
-    EXPECT_EQ(result.head, "LCF2");
-    EXPECT_EQ(result.rest, "QUERY");
-}
-
-TEST(SplitAt, OnlyTheFirstOccurrenceSplits) {
-    const SplitResult result = split("LCF2#QUERY#seqid=1", '#');
-    EXPECT_TRUE(result.found);
-    EXPECT_EQ(result.head, "LCF2");
-    EXPECT_EQ(result.rest, "QUERY#seqid=1");
-}
-
-TEST(SplitAt, SeparatorFirstGivesEmptyHead) {
-    const SplitResult result = split("#QUERY", '#');
-    EXPECT_TRUE(result.found);
-    EXPECT_EQ(result.head, "");
-    EXPECT_EQ(result.rest, "QUERY");
-}
-
-TEST(SplitAt, SeparatorLastGivesEmptyRest) {
-    const SplitResult result = split("ip=10.0.0.5#", '#');
-    EXPECT_TRUE(result.found);
-    EXPECT_EQ(result.head, "ip=10.0.0.5");
-    EXPECT_EQ(result.rest, "");
-}
-
-TEST(SplitAt, LoneSeparatorGivesTwoEmptyParts) {
-    const SplitResult result = split("=", '=');
-    EXPECT_TRUE(result.found);
-    EXPECT_EQ(result.head, "");
-    EXPECT_EQ(result.rest, "");
-}
-
-TEST(SplitAt, TwoSeparatorsInARowLeaveTheSecondInTheRest) {
-    const SplitResult result = split("a##b", '#');
-    EXPECT_TRUE(result.found);
-    EXPECT_EQ(result.head, "a");
-    EXPECT_EQ(result.rest, "#b");
-}
-
-TEST(SplitAt, ZeroBytesAreOrdinaryCharacters) {
-    const std::string text("a\0b:c\0", 6);
-    const SplitResult result = split(text, ':');
-    EXPECT_TRUE(result.found);
-    EXPECT_EQ(result.head, std::string("a\0b", 3));
-    EXPECT_EQ(result.rest, std::string("c\0", 2));
-}
-
-TEST(SplitAt, SplitsOnTheGivenCharacterOnly) {
-    const SplitResult result = split("10.0.0.5", ':');
-    EXPECT_FALSE(result.found);
-    EXPECT_EQ(result.head, "10.0.0.5");
-    EXPECT_EQ(result.rest, "");
-}
+INSTANTIATE_TEST_SUITE_P(SplitAt, SplitAtText, ::testing::ValuesIn(kSplitCases),
+                         caseName<SplitCase>);
 
 TEST(SplitView, ViewsPointIntoTheText) {
     const std::string text = "key=value=more";
@@ -177,31 +172,80 @@ TEST(MessageRecord, ResetEmptiesEveryField) {
 
 // ---- hasNoReservedChars ----
 
-TEST(HasNoReservedChars, EmptyTextPasses) {
-    EXPECT_TRUE(hasNoReservedChars(""));
+struct ReservedCharsCase {
+    const char* name;
+    const char* text;
+    bool passes;
+};
+
+void PrintTo(const ReservedCharsCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(HasNoReservedChars, OrdinaryPunctuationPasses) {
-    EXPECT_TRUE(hasNoReservedChars("abc 12:34.56-_/\\,\t"));
+const ReservedCharsCase kReservedCharsCases[] = {
+    {"EmptyTextPasses", "", true},
+    {"OrdinaryPunctuationPasses", "abc 12:34.56-_/\\,\t", true},
+    // Each reserved character fails, wherever it stands.
+    {"HashFails", "a#b", false},
+    {"SemicolonFails", "a;b", false},
+    {"EqualsSignFails", "a=b", false},
+    {"LoneHashFails", "#", false},
+    {"LoneSemicolonFails", ";", false},
+    {"LoneEqualsSignFails", "=", false},
+    {"TrailingSemicolonFails", "trailing;", false},
+};
+
+class ReservedChars : public ::testing::TestWithParam<ReservedCharsCase> {};
+
+TEST_P(ReservedChars, PassOrFail) {
+    EXPECT_EQ(hasNoReservedChars(GetParam().text), GetParam().passes);
 }
 
-TEST(HasNoReservedChars, EachReservedCharacterFails) {
-    EXPECT_FALSE(hasNoReservedChars("a#b"));
-    EXPECT_FALSE(hasNoReservedChars("a;b"));
-    EXPECT_FALSE(hasNoReservedChars("a=b"));
-    EXPECT_FALSE(hasNoReservedChars("#"));
-    EXPECT_FALSE(hasNoReservedChars(";"));
-    EXPECT_FALSE(hasNoReservedChars("="));
-    EXPECT_FALSE(hasNoReservedChars("trailing;"));
-}
+INSTANTIATE_TEST_SUITE_P(HasNoReservedChars, ReservedChars,
+                         ::testing::ValuesIn(kReservedCharsCases), caseName<ReservedCharsCase>);
 
 // ---- checkHeader ----
 
-TEST(CheckHeader, VersionsZeroToTwoAreAccepted) {
-    EXPECT_TRUE(checkHeader("LCF0"));
-    EXPECT_TRUE(checkHeader("LCF1"));
-    EXPECT_TRUE(checkHeader("LCF2"));
+struct HeaderCase {
+    const char* name;
+    std::string header;
+    bool accepted;
+};
+
+void PrintTo(const HeaderCase& row, std::ostream* out) {
+    *out << row.name;
 }
+
+const HeaderCase kHeaderCases[] = {
+    {"VersionZeroIsAccepted", "LCF0", true},
+    {"VersionOneIsAccepted", "LCF1", true},
+    {"VersionTwoIsAccepted", "LCF2", true},
+    // A version character that reads as no number passes: the check is lenient on purpose.
+    {"DashVersionIsAccepted", "LCF-", true},
+    {"PlusVersionIsAccepted", "LCF+", true},
+    {"LetterVersionIsAccepted", "LCFx", true},
+    {"BlankVersionIsAccepted", "LCF ", true},
+    {"ZeroByteVersionIsAccepted", std::string("LCF\0", 4), true},
+    // A header of any length but four is refused.
+    {"EmptyHeaderIsRefused", "", false},
+    {"ThreeCharacterHeaderIsRefused", "LCF", false},
+    {"FiveCharacterHeaderIsRefused", "LCF22", false},
+    {"TrailingBlankIsRefused", "LCF2 ", false},
+    // The tag must be upper-case "LCF".
+    {"LowerCaseTagIsRefused", "lcf2", false},
+    {"MixedCaseTagIsRefused", "LCf2", false},
+    {"OtherTagIsRefused", "XCF2", false},
+    {"LeadingBlankIsRefused", " LCF", false},
+};
+
+class Header : public ::testing::TestWithParam<HeaderCase> {};
+
+TEST_P(Header, IsAcceptedOrRefused) {
+    EXPECT_EQ(checkHeader(GetParam().header), GetParam().accepted);
+}
+
+INSTANTIATE_TEST_SUITE_P(CheckHeader, Header, ::testing::ValuesIn(kHeaderCases),
+                         caseName<HeaderCase>);
 
 TEST(CheckHeader, DigitVersionsThreeToNineAreRefused) {
     for (char version = '3'; version <= '9'; ++version) {
@@ -210,75 +254,53 @@ TEST(CheckHeader, DigitVersionsThreeToNineAreRefused) {
     }
 }
 
-// A version character that reads as no number passes: the check is lenient on purpose.
-TEST(CheckHeader, NonDigitVersionCharactersAreAccepted) {
-    EXPECT_TRUE(checkHeader("LCF-"));
-    EXPECT_TRUE(checkHeader("LCF+"));
-    EXPECT_TRUE(checkHeader("LCFx"));
-    EXPECT_TRUE(checkHeader("LCF "));
-    EXPECT_TRUE(checkHeader(std::string("LCF\0", 4)));
-}
-
-TEST(CheckHeader, HeaderOfAnyLengthButFourIsRefused) {
-    EXPECT_FALSE(checkHeader(""));
-    EXPECT_FALSE(checkHeader("LCF"));
-    EXPECT_FALSE(checkHeader("LCF22"));
-    EXPECT_FALSE(checkHeader("LCF2 "));
-}
-
-TEST(CheckHeader, TagMustBeUpperCaseLcf) {
-    EXPECT_FALSE(checkHeader("lcf2"));
-    EXPECT_FALSE(checkHeader("LCf2"));
-    EXPECT_FALSE(checkHeader("XCF2"));
-    EXPECT_FALSE(checkHeader(" LCF"));
-}
-
 // ---- parseSeqId ----
 
-TEST(ParseSeqId, StoresTheValue) {
-    Message message;
-    EXPECT_TRUE(parseSeqId("seqid=17", message));
-    EXPECT_EQ(message.seqid, "17");
+// Each field is read into a record whose sequence identifier was "previous".
+struct SeqIdCase {
+    const char* name;
+    const char* field;
+    bool accepted;
+    const char* seqid;
+};
+
+void PrintTo(const SeqIdCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(ParseSeqId, EmptyValueIsAcceptedAndStoredEmpty) {
+const SeqIdCase kSeqIdCases[] = {
+    {"StoresTheValue", "seqid=17", true, "17"},
+    {"EmptyValueIsAcceptedAndStoredEmpty", "seqid=", true, ""},
+    {"BareKeyIsAcceptedAsEmptyValue", "seqid", true, ""},
+    {"BlanksInTheValueAreKept", "seqid= 5 ", true, " 5 "},
+    // A value with a reserved character is refused and nothing is stored.
+    {"EqualsSignInTheValueIsRefused", "seqid=a=b", false, "previous"},
+    {"SemicolonInTheValueIsRefused", "seqid=a;b", false, "previous"},
+    {"LoneSemicolonValueIsRefused", "seqid=;", false, "previous"},
+    {"LoneEqualsSignValueIsRefused", "seqid==", false, "previous"},
+    // The key must be exactly "seqid".
+    {"UpperCaseKeyIsRefused", "SEQID=1", false, "previous"},
+    {"CapitalisedKeyIsRefused", "Seqid=1", false, "previous"},
+    {"BlankAfterTheKeyIsRefused", "seqid =1", false, "previous"},
+    {"BlankBeforeTheKeyIsRefused", " seqid=1", false, "previous"},
+    {"LongerKeyIsRefused", "seqidx=1", false, "previous"},
+    {"ShorterKeyIsRefused", "seq=1", false, "previous"},
+    {"EmptyKeyIsRefused", "=1", false, "previous"},
+    {"EmptyFieldIsRefused", "", false, "previous"},
+    {"MacFieldIsRefused", "mac=00:1A:2B:3C:4D:5E", false, "previous"},
+};
+
+class SeqIdField : public ::testing::TestWithParam<SeqIdCase> {};
+
+TEST_P(SeqIdField, IsStoredOrRefused) {
     Message message;
     message.seqid = "previous";
-    EXPECT_TRUE(parseSeqId("seqid=", message));
-    EXPECT_EQ(message.seqid, "");
+    EXPECT_EQ(parseSeqId(GetParam().field, message), GetParam().accepted);
+    EXPECT_EQ(message.seqid, GetParam().seqid);
 }
 
-TEST(ParseSeqId, BareKeyIsAcceptedAsEmptyValue) {
-    Message message;
-    message.seqid = "previous";
-    EXPECT_TRUE(parseSeqId("seqid", message));
-    EXPECT_EQ(message.seqid, "");
-}
-
-TEST(ParseSeqId, BlanksInTheValueAreKept) {
-    Message message;
-    EXPECT_TRUE(parseSeqId("seqid= 5 ", message));
-    EXPECT_EQ(message.seqid, " 5 ");
-}
-
-TEST(ParseSeqId, ValueWithReservedCharacterIsRefusedAndNothingStored) {
-    for (const char* field : {"seqid=a=b", "seqid=a;b", "seqid=;", "seqid=="}) {
-        Message message;
-        message.seqid = "previous";
-        EXPECT_FALSE(parseSeqId(field, message)) << field;
-        EXPECT_EQ(message.seqid, "previous") << field;
-    }
-}
-
-TEST(ParseSeqId, KeyMustBeExactlySeqid) {
-    for (const char* field : {"SEQID=1", "Seqid=1", "seqid =1", " seqid=1", "seqidx=1", "seq=1",
-                              "=1", "", "mac=00:1A:2B:3C:4D:5E"}) {
-        Message message;
-        message.seqid = "previous";
-        EXPECT_FALSE(parseSeqId(field, message)) << field;
-        EXPECT_EQ(message.seqid, "previous") << field;
-    }
-}
+INSTANTIATE_TEST_SUITE_P(ParseSeqId, SeqIdField, ::testing::ValuesIn(kSeqIdCases),
+                         caseName<SeqIdCase>);
 
 TEST(ParseSeqId, WritesNoOtherField) {
     Message message;
@@ -289,104 +311,60 @@ TEST(ParseSeqId, WritesNoOtherField) {
 
 // ---- parseMac ----
 
-TEST(ParseMac, UpperCaseAddressIsStoredAsItIs) {
-    Message message;
-    EXPECT_TRUE(parseMac("mac=00:1A:2B:3C:4D:5E", message));
-    EXPECT_EQ(message.mac, "00:1A:2B:3C:4D:5E");
+// Each field is read into a record whose MAC address was "PREVIOUS".
+struct MacCase {
+    const char* name;
+    const char* field;
+    bool accepted;
+    const char* mac;
+};
+
+void PrintTo(const MacCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(ParseMac, LowerCaseAddressIsStoredUpperCased) {
-    Message message;
-    EXPECT_TRUE(parseMac("mac=00:1a:2b:3c:4d:5e", message));
-    EXPECT_EQ(message.mac, "00:1A:2B:3C:4D:5E");
-}
+const MacCase kMacCases[] = {
+    {"UpperCaseAddressIsStoredAsItIs", "mac=00:1A:2B:3C:4D:5E", true, "00:1A:2B:3C:4D:5E"},
+    {"LowerCaseAddressIsStoredUpperCased", "mac=00:1a:2b:3c:4d:5e", true, "00:1A:2B:3C:4D:5E"},
+    // Only two-character groups are checked, so one-character groups go through unchanged.
+    {"OneCharacterGroupsAreUncheckedAndStoredAsTheyAre", "mac=0:1:2:3:4:5", true, "0:1:2:3:4:5"},
+    {"NonHexGroupIsRefusedAndMacLeftUntouched", "mac=00:1G:2B:3C:4D:5E", false, "PREVIOUS"},
+    // A non-hex digit is caught in each of the six groups.
+    {"NonHexDigitInTheFirstGroupIsRefused", "mac=G0:11:22:33:44:55", false, "PREVIOUS"},
+    {"NonHexDigitInTheSecondGroupIsRefused", "mac=00:1G:22:33:44:55", false, "PREVIOUS"},
+    {"NonHexDigitInTheThirdGroupIsRefused", "mac=00:11:2g:33:44:55", false, "PREVIOUS"},
+    {"NonHexDigitInTheFourthGroupIsRefused", "mac=00:11:22:-3:44:55", false, "PREVIOUS"},
+    {"NonHexDigitInTheFifthGroupIsRefused", "mac=00:11:22:33: 4:55", false, "PREVIOUS"},
+    {"NonHexDigitInTheSixthGroupIsRefused", "mac=00:11:22:33:44:5Z", false, "PREVIOUS"},
+    {"GroupsOfOtherLengthsAreNotChecked", "mac=zzz:::q:00:11", true, "ZZZ:::Q:00:11"},
+    {"WhateverFollowsTheSixthGroupIsNotChecked", "mac=00:11:22:33:44:55:zz", true,
+     "00:11:22:33:44:55:ZZ"},
+    // A QUERY hands its whole remainder to parseMac; the last group then is "5E#x=y", six
+    // characters long and unchecked.
+    {"QueryRemainderWithATrailingFieldBecomesPartOfTheAddress", "mac=00:1A:2B:3C:4D:5E#x=y", true,
+     "00:1A:2B:3C:4D:5E#X=Y"},
+    {"EmptyFieldIsAcceptedAndGivesAnEmptyAddress", "", true, ""},
+    {"EmptyMacValueIsAccepted", "mac=", true, ""},
+    {"BareMacKeyIsAcceptedAsAnEmptyValue", "mac", true, ""},
+    // Under any key but "mac" the value is taken without a check: "zz" would fail under "mac".
+    {"ZzGroupUnderMacIsRefused", "mac=zz:11:22:33:44:55", false, "PREVIOUS"},
+    {"UpperCaseKeyIsAcceptedAndItsValueStoredUpperCased", "MAC=zz:11:22:33:44:55", true,
+     "ZZ:11:22:33:44:55"},
+    {"OtherKeyIsAcceptedAndItsValueStoredUpperCased", "foo=1g:x", true, "1G:X"},
+    {"AddressWithoutKeyIsTakenAsKeyAndGivesAnEmptyAddress", "00:1A:2B:3C:4D:5E", true, ""},
+    {"ValueRunsFromTheFirstEqualsSign", "mac=a=b", true, "A=B"},
+};
 
-// Only two-character groups are checked, so one-character groups go through unchanged.
-TEST(ParseMac, OneCharacterGroupsAreUncheckedAndStoredAsTheyAre) {
-    Message message;
-    EXPECT_TRUE(parseMac("mac=0:1:2:3:4:5", message));
-    EXPECT_EQ(message.mac, "0:1:2:3:4:5");
-}
+class MacField : public ::testing::TestWithParam<MacCase> {};
 
-TEST(ParseMac, NonHexGroupIsRefusedAndMacLeftUntouched) {
-    Message message;
-    message.mac = "PREVIOUS";
-    EXPECT_FALSE(parseMac("mac=00:1G:2B:3C:4D:5E", message));
-    EXPECT_EQ(message.mac, "PREVIOUS");
-}
-
-TEST(ParseMac, NonHexDigitIsCaughtInEachOfTheSixGroups) {
-    const std::vector<std::string> fields = {
-        "mac=G0:11:22:33:44:55", "mac=00:1G:22:33:44:55", "mac=00:11:2g:33:44:55",
-        "mac=00:11:22:-3:44:55", "mac=00:11:22:33: 4:55", "mac=00:11:22:33:44:5Z",
-    };
-    for (const std::string& field : fields) {
-        Message message;
-        message.mac = "PREVIOUS";
-        EXPECT_FALSE(parseMac(field, message)) << field;
-        EXPECT_EQ(message.mac, "PREVIOUS") << field;
-    }
-}
-
-TEST(ParseMac, GroupsOfOtherLengthsAreNotChecked) {
-    Message message;
-    EXPECT_TRUE(parseMac("mac=zzz:::q:00:11", message));
-    EXPECT_EQ(message.mac, "ZZZ:::Q:00:11");
-}
-
-TEST(ParseMac, WhateverFollowsTheSixthGroupIsNotChecked) {
-    Message message;
-    EXPECT_TRUE(parseMac("mac=00:11:22:33:44:55:zz", message));
-    EXPECT_EQ(message.mac, "00:11:22:33:44:55:ZZ");
-}
-
-// A QUERY hands its whole remainder to parseMac; the last group then is "5E#x=y", six
-// characters long and unchecked.
-TEST(ParseMac, QueryRemainderWithATrailingFieldBecomesPartOfTheAddress) {
-    Message message;
-    EXPECT_TRUE(parseMac("mac=00:1A:2B:3C:4D:5E#x=y", message));
-    EXPECT_EQ(message.mac, "00:1A:2B:3C:4D:5E#X=Y");
-}
-
-TEST(ParseMac, EmptyFieldIsAcceptedAndGivesAnEmptyAddress) {
+TEST_P(MacField, IsStoredOrRefused) {
     Message message;
     message.mac = "PREVIOUS";
-    EXPECT_TRUE(parseMac("", message));
-    EXPECT_EQ(message.mac, "");
+    EXPECT_EQ(parseMac(GetParam().field, message), GetParam().accepted);
+    EXPECT_EQ(message.mac, GetParam().mac);
 }
 
-TEST(ParseMac, EmptyMacValueIsAccepted) {
-    Message message;
-    message.mac = "PREVIOUS";
-    EXPECT_TRUE(parseMac("mac=", message));
-    EXPECT_EQ(message.mac, "");
-    message.mac = "PREVIOUS";
-    EXPECT_TRUE(parseMac("mac", message));
-    EXPECT_EQ(message.mac, "");
-}
-
-// Under any key but "mac" the value is taken without a check: "zz" would fail under "mac".
-TEST(ParseMac, OtherKeyIsAcceptedAndItsValueStoredUpperCased) {
-    Message message;
-    EXPECT_FALSE(parseMac("mac=zz:11:22:33:44:55", message));
-    EXPECT_TRUE(parseMac("MAC=zz:11:22:33:44:55", message));
-    EXPECT_EQ(message.mac, "ZZ:11:22:33:44:55");
-    EXPECT_TRUE(parseMac("foo=1g:x", message));
-    EXPECT_EQ(message.mac, "1G:X");
-}
-
-TEST(ParseMac, AddressWithoutKeyIsTakenAsKeyAndGivesAnEmptyAddress) {
-    Message message;
-    message.mac = "PREVIOUS";
-    EXPECT_TRUE(parseMac("00:1A:2B:3C:4D:5E", message));
-    EXPECT_EQ(message.mac, "");
-}
-
-TEST(ParseMac, ValueRunsFromTheFirstEqualsSign) {
-    Message message;
-    EXPECT_TRUE(parseMac("mac=a=b", message));
-    EXPECT_EQ(message.mac, "A=B");
-}
+INSTANTIATE_TEST_SUITE_P(ParseMac, MacField, ::testing::ValuesIn(kMacCases), caseName<MacCase>);
 
 TEST(ParseMac, WritesNoOtherField) {
     Message message;
@@ -507,93 +485,82 @@ TEST(ParseField, EmptyKeyOrEmptyValueIsRefused) {
 
 // ---- parseFieldList ----
 
-TEST(ParseFieldList, EmptyListIsAccepted) {
+// Each list is read into an empty record; the fields named in a row hold the given values
+// afterwards, and every other field stays empty.
+struct FieldListCase {
+    const char* name;
+    const char* list;
+    bool accepted;
+    std::vector<std::pair<const char*, const char*>> fields;
+};
+
+void PrintTo(const FieldListCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
+const FieldListCase kFieldListCases[] = {
+    {"EmptyListIsAccepted", "", true, {}},
+    {"EveryFieldIsStored",
+     "ip=10.0.0.7#netmask=255.255.255.0#gateway=10.0.0.1#ipscheme=STATIC#ntpip=10.0.0.2#"
+     "syslogip=10.0.0.3#nameserver=10.0.0.4#utcclock=2024-01-31 12:34:56",
+     true,
+     {{"ip", "10.0.0.7"},
+      {"netmask", "255.255.255.0"},
+      {"gateway", "10.0.0.1"},
+      {"ipscheme", "STATIC"},
+      {"ntpip", "10.0.0.2"},
+      {"syslogip", "10.0.0.3"},
+      {"nameserver", "10.0.0.4"},
+      {"utcclock", "2024-01-31 12:34:56"},
+      {"mac", ""},
+      {"seqid", ""}}},
+    {"TrailingSeparatorEndsTheList", "ip=10.0.0.5#", true, {{"ip", "10.0.0.5"}}},
+    {"EmptyFieldEndsTheListAndLaterFieldsAreNotParsed",
+     "ip=10.0.0.5##gateway=10.0.0.1",
+     true,
+     {{"ip", "10.0.0.5"}, {"gateway", ""}}},
+    {"FieldsAfterAnEmptyOneAreNotEvenChecked",
+     "ip=10.0.0.5##ipscheme=dhcp",
+     true,
+     {{"ip", "10.0.0.5"}}},
+    {"LeadingSeparatorEndsTheListAtOnce", "#ip=10.0.0.5", true, {{"ip", ""}}},
+    {"DroppedAddressDoesNotStopTheList",
+     "ip=300.1.1.1#netmask=255.255.255.0",
+     true,
+     {{"ip", ""}, {"netmask", "255.255.255.0"}}},
+    {"IgnoredFieldDoesNotStopTheList",
+     "foo=bar#hostname=x#ip=10.0.0.7",
+     true,
+     {{"ip", "10.0.0.7"}}},
+    {"LastValidValueOfARepeatedKeyWins", "ip=10.0.0.5#ip=10.0.0.6", true, {{"ip", "10.0.0.6"}}},
+    {"RepeatedKeyWithAnInvalidValueKeepsTheEarlierOne",
+     "ip=10.0.0.5#ip=bad",
+     true,
+     {{"ip", "10.0.0.5"}}},
+    {"FailingFieldStopsTheListButEarlierFieldsRemain",
+     "ip=10.0.0.5#ipscheme=dhcp#gateway=10.0.0.1",
+     false,
+     {{"ip", "10.0.0.5"}, {"ipscheme", ""}, {"gateway", ""}}},
+    {"RefusedSchemeAfterAValidOneKeepsTheValidOne",
+     "ipscheme=DHCP#ipscheme=dhcp",
+     false,
+     {{"ipscheme", "DHCP"}}},
+};
+
+class FieldList : public ::testing::TestWithParam<FieldListCase> {};
+
+TEST_P(FieldList, StoresTheFieldsUpToWhereItStops) {
     Message message;
-    EXPECT_TRUE(parseFieldList("", message));
+    EXPECT_EQ(parseFieldList(GetParam().list, message), GetParam().accepted);
+    for (const auto& [key, value] : GetParam().fields) {
+        EXPECT_EQ(fieldNamed(message, key), value) << key;
+        fieldNamed(message, key).clear();
+    }
     EXPECT_TRUE(isEmpty(message));
 }
 
-TEST(ParseFieldList, EveryFieldIsStored) {
-    Message message;
-    EXPECT_TRUE(parseFieldList(
-        "ip=10.0.0.7#netmask=255.255.255.0#gateway=10.0.0.1#ipscheme=STATIC#ntpip=10.0.0.2#"
-        "syslogip=10.0.0.3#nameserver=10.0.0.4#utcclock=2024-01-31 12:34:56",
-        message));
-    EXPECT_EQ(message.ip, "10.0.0.7");
-    EXPECT_EQ(message.netmask, "255.255.255.0");
-    EXPECT_EQ(message.gateway, "10.0.0.1");
-    EXPECT_EQ(message.ipscheme, "STATIC");
-    EXPECT_EQ(message.ntpip, "10.0.0.2");
-    EXPECT_EQ(message.syslogip, "10.0.0.3");
-    EXPECT_EQ(message.nameserver, "10.0.0.4");
-    EXPECT_EQ(message.utcclock, "2024-01-31 12:34:56");
-    EXPECT_EQ(message.mac, "");
-    EXPECT_EQ(message.seqid, "");
-}
-
-TEST(ParseFieldList, TrailingSeparatorEndsTheList) {
-    Message message;
-    EXPECT_TRUE(parseFieldList("ip=10.0.0.5#", message));
-    EXPECT_EQ(message.ip, "10.0.0.5");
-}
-
-TEST(ParseFieldList, EmptyFieldEndsTheListAndLaterFieldsAreNotParsed) {
-    Message message;
-    EXPECT_TRUE(parseFieldList("ip=10.0.0.5##gateway=10.0.0.1", message));
-    EXPECT_EQ(message.ip, "10.0.0.5");
-    EXPECT_EQ(message.gateway, "");
-}
-
-TEST(ParseFieldList, FieldsAfterAnEmptyOneAreNotEvenChecked) {
-    Message message;
-    EXPECT_TRUE(parseFieldList("ip=10.0.0.5##ipscheme=dhcp", message));
-    EXPECT_EQ(message.ip, "10.0.0.5");
-}
-
-TEST(ParseFieldList, LeadingSeparatorEndsTheListAtOnce) {
-    Message message;
-    EXPECT_TRUE(parseFieldList("#ip=10.0.0.5", message));
-    EXPECT_EQ(message.ip, "");
-}
-
-TEST(ParseFieldList, DroppedAddressDoesNotStopTheList) {
-    Message message;
-    EXPECT_TRUE(parseFieldList("ip=300.1.1.1#netmask=255.255.255.0", message));
-    EXPECT_EQ(message.ip, "");
-    EXPECT_EQ(message.netmask, "255.255.255.0");
-}
-
-TEST(ParseFieldList, IgnoredFieldDoesNotStopTheList) {
-    Message message;
-    EXPECT_TRUE(parseFieldList("foo=bar#hostname=x#ip=10.0.0.7", message));
-    EXPECT_EQ(message.ip, "10.0.0.7");
-}
-
-TEST(ParseFieldList, LastValidValueOfARepeatedKeyWins) {
-    Message message;
-    EXPECT_TRUE(parseFieldList("ip=10.0.0.5#ip=10.0.0.6", message));
-    EXPECT_EQ(message.ip, "10.0.0.6");
-}
-
-TEST(ParseFieldList, RepeatedKeyWithAnInvalidValueKeepsTheEarlierOne) {
-    Message message;
-    EXPECT_TRUE(parseFieldList("ip=10.0.0.5#ip=bad", message));
-    EXPECT_EQ(message.ip, "10.0.0.5");
-}
-
-TEST(ParseFieldList, FailingFieldStopsTheListButEarlierFieldsRemain) {
-    Message message;
-    EXPECT_FALSE(parseFieldList("ip=10.0.0.5#ipscheme=dhcp#gateway=10.0.0.1", message));
-    EXPECT_EQ(message.ip, "10.0.0.5");
-    EXPECT_EQ(message.ipscheme, "");
-    EXPECT_EQ(message.gateway, "");
-}
-
-TEST(ParseFieldList, RefusedSchemeAfterAValidOneKeepsTheValidOne) {
-    Message message;
-    EXPECT_FALSE(parseFieldList("ipscheme=DHCP#ipscheme=dhcp", message));
-    EXPECT_EQ(message.ipscheme, "DHCP");
-}
+INSTANTIATE_TEST_SUITE_P(ParseFieldList, FieldList, ::testing::ValuesIn(kFieldListCases),
+                         caseName<FieldListCase>);
 
 TEST(ParseFieldList, EachRefusedGenericFieldFailsTheList) {
     for (const char* list : {"foo=b;r", "f;o=bar", "foo=", "=bar", "ip=10.0.0.5#foo"}) {
@@ -604,72 +571,103 @@ TEST(ParseFieldList, EachRefusedGenericFieldFailsTheList) {
 
 // ---- isDottedQuad ----
 
-TEST(IsDottedQuad, OrdinaryAddressesAreAccepted) {
-    EXPECT_TRUE(isDottedQuad("192.168.1.20"));
-    EXPECT_TRUE(isDottedQuad("0.0.0.0"));
-    EXPECT_TRUE(isDottedQuad("255.255.255.255"));
+struct DottedQuadCase {
+    const char* name;
+    const char* text;
+    bool accepted;
+};
+
+void PrintTo(const DottedQuadCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-// The check is loose on purpose; the settings setters check again, more strictly.
-TEST(IsDottedQuad, LooseFormsAreAccepted) {
-    EXPECT_TRUE(isDottedQuad("1.2.3"));
-    EXPECT_TRUE(isDottedQuad("1..2.3"));
-    EXPECT_TRUE(isDottedQuad("1.2.3.4.5"));
-    EXPECT_TRUE(isDottedQuad("1.2.3.4.anything"));
-    EXPECT_TRUE(isDottedQuad("010.001.0.9"));
-    EXPECT_TRUE(isDottedQuad(""));
-    EXPECT_TRUE(isDottedQuad("..."));
+const DottedQuadCase kDottedQuadCases[] = {
+    {"OrdinaryAddressIsAccepted", "192.168.1.20", true},
+    {"AllZerosAreAccepted", "0.0.0.0", true},
+    {"AllOnesAreAccepted", "255.255.255.255", true},
+    // The check is loose on purpose; the settings setters check again, more strictly.
+    {"ThreePartsAreAccepted", "1.2.3", true},
+    {"EmptyPartIsAccepted", "1..2.3", true},
+    {"FivePartsAreAccepted", "1.2.3.4.5", true},
+    {"TrailingWordIsAccepted", "1.2.3.4.anything", true},
+    {"LeadingZerosAreAccepted", "010.001.0.9", true},
+    {"EmptyTextIsAccepted", "", true},
+    {"DotsAloneAreAccepted", "...", true},
+    // Only the low 32 bits of each part are compared with 255.
+    {"TwoToThe32IsAccepted", "1.2.3.4294967296", true},         // 2^32: low bits 0
+    {"TwoToThe32Plus255IsAccepted", "1.2.3.4294967551", true},  // 2^32 + 255
+    {"TwoToThe32Plus256IsRefused", "1.2.3.4294967552", false},  // 2^32 + 256
+    {"TwoToThe32InTheFirstPartIsAccepted", "4294967296.0.0.0", true},
+    // A part too long for a long stays at the largest long, whose low 32 bits are all ones.
+    {"LargestLongIsRefused", "1.2.3.9223372036854775807", false},  // 2^63 - 1
+    {"OneMoreIsRefused", "1.2.3.9223372036854775808", false},      // one more: saturates
+    {"TwoToThe64IsRefused", "1.2.3.18446744073709551616", false},  // 2^64: still saturated
+    {"LeadingZerosBeforeALongPartAreRefused",
+     "1.2.3.000000000000000000000000000009223372036854775808", false},
+    {"LeadingZerosBeforeASmallPartAreAccepted",
+     "1.2.3.000000000000000000000000000000000000000000000000000255", true},
+    {"LowBitsZeroIsAccepted", "1.2.3.9223372032559808512", true},  // 2^63 - 2^32: low bits 0
+    // A part above 255 is refused.
+    {"LastPartOf256IsRefused", "1.2.3.256", false},
+    {"FirstPartOf256IsRefused", "256.1.1.1", false},
+    {"FirstPartOf300IsRefused", "300.1.1.1", false},
+    {"LastPartOf999IsRefused", "10.0.0.999", false},
+    // A part with anything but digits is refused.
+    {"NegativePartIsRefused", "1.2.3.-1", false},
+    {"LeadingBlankIsRefused", " 1.2.3.4", false},
+    {"TrailingBlankIsRefused", "1.2.3.4 ", false},
+    {"LettersAreRefused", "a.b.c.d", false},
+    {"PlusSignIsRefused", "1.2.3.+4", false},
+    {"HexadecimalPartIsRefused", "1.2.3.0x1", false},
+    {"LetterAmongFivePartsIsRefused", "1.2.x.4.5", false},
+};
+
+class DottedQuad : public ::testing::TestWithParam<DottedQuadCase> {};
+
+TEST_P(DottedQuad, IsAcceptedOrRefused) {
+    EXPECT_EQ(isDottedQuad(GetParam().text), GetParam().accepted);
 }
 
-// Only the low 32 bits of each part are compared with 255.
-TEST(IsDottedQuad, PartIsComparedByItsLow32Bits) {
-    EXPECT_TRUE(isDottedQuad("1.2.3.4294967296"));   // 2^32: low bits 0
-    EXPECT_TRUE(isDottedQuad("1.2.3.4294967551"));   // 2^32 + 255
-    EXPECT_FALSE(isDottedQuad("1.2.3.4294967552"));  // 2^32 + 256
-    EXPECT_TRUE(isDottedQuad("4294967296.0.0.0"));
-}
-
-// A part too long for a long stays at the largest long, whose low 32 bits are all ones.
-TEST(IsDottedQuad, PartBeyondTheLargestLongIsRefused) {
-    EXPECT_FALSE(isDottedQuad("1.2.3.9223372036854775807"));   // 2^63 - 1
-    EXPECT_FALSE(isDottedQuad("1.2.3.9223372036854775808"));   // one more: saturates
-    EXPECT_FALSE(isDottedQuad("1.2.3.18446744073709551616"));  // 2^64: still saturated
-    EXPECT_FALSE(isDottedQuad("1.2.3.000000000000000000000000000009223372036854775808"));
-    EXPECT_TRUE(isDottedQuad("1.2.3.000000000000000000000000000000000000000000000000000255"));
-    EXPECT_TRUE(isDottedQuad("1.2.3.9223372032559808512"));  // 2^63 - 2^32: low bits 0
-}
-
-TEST(IsDottedQuad, PartAbove255IsRefused) {
-    EXPECT_FALSE(isDottedQuad("1.2.3.256"));
-    EXPECT_FALSE(isDottedQuad("256.1.1.1"));
-    EXPECT_FALSE(isDottedQuad("300.1.1.1"));
-    EXPECT_FALSE(isDottedQuad("10.0.0.999"));
-}
-
-TEST(IsDottedQuad, PartWithAnythingButDigitsIsRefused) {
-    EXPECT_FALSE(isDottedQuad("1.2.3.-1"));
-    EXPECT_FALSE(isDottedQuad(" 1.2.3.4"));
-    EXPECT_FALSE(isDottedQuad("1.2.3.4 "));
-    EXPECT_FALSE(isDottedQuad("a.b.c.d"));
-    EXPECT_FALSE(isDottedQuad("1.2.3.+4"));
-    EXPECT_FALSE(isDottedQuad("1.2.3.0x1"));
-    EXPECT_FALSE(isDottedQuad("1.2.x.4.5"));
-}
+INSTANTIATE_TEST_SUITE_P(IsDottedQuad, DottedQuad, ::testing::ValuesIn(kDottedQuadCases),
+                         caseName<DottedQuadCase>);
 
 // ---- isServerKey ----
 
-TEST(IsServerKey, AcceptsTheThreeServerKeys) {
-    EXPECT_TRUE(isServerKey("ntpip"));
-    EXPECT_TRUE(isServerKey("syslogip"));
-    EXPECT_TRUE(isServerKey("nameserver"));
+struct ServerKeyCase {
+    const char* name;
+    const char* text;
+    bool accepted;
+};
+
+void PrintTo(const ServerKeyCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(IsServerKey, RefusesAnythingElse) {
-    for (const char* text : {"", "NTPIP", "Syslogip", "syslogip#", "ntpip#nameserver", " ntpip",
-                             "nameserver=", "hostname", "ip", "gateway"}) {
-        EXPECT_FALSE(isServerKey(text)) << text;
-    }
+const ServerKeyCase kServerKeyCases[] = {
+    {"NtpipIsAccepted", "ntpip", true},
+    {"SyslogipIsAccepted", "syslogip", true},
+    {"NameserverIsAccepted", "nameserver", true},
+    // Anything else is refused.
+    {"EmptyTextIsRefused", "", false},
+    {"UpperCaseKeyIsRefused", "NTPIP", false},
+    {"CapitalisedKeyIsRefused", "Syslogip", false},
+    {"TrailingSeparatorIsRefused", "syslogip#", false},
+    {"TwoKeysAreRefused", "ntpip#nameserver", false},
+    {"LeadingBlankIsRefused", " ntpip", false},
+    {"KeyWithEqualsSignIsRefused", "nameserver=", false},
+    {"HostnameIsRefused", "hostname", false},
+    {"IpIsRefused", "ip", false},
+    {"GatewayIsRefused", "gateway", false},
+};
+
+class ServerKey : public ::testing::TestWithParam<ServerKeyCase> {};
+
+TEST_P(ServerKey, IsAcceptedOrRefused) {
+    EXPECT_EQ(isServerKey(GetParam().text), GetParam().accepted);
 }
+
+INSTANTIATE_TEST_SUITE_P(IsServerKey, ServerKey, ::testing::ValuesIn(kServerKeyCases),
+                         caseName<ServerKeyCase>);
 
 }  // namespace
 }  // namespace lcfd
