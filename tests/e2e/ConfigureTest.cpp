@@ -2,7 +2,7 @@
 // runs, and what the next QUERY reports.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <functional>
 #include <map>
 
 #include "Harness.hpp"
@@ -10,7 +10,39 @@
 namespace e2e {
 namespace {
 
-using Configure = LcfdBed;
+class Configure : public LcfdBed {
+  protected:
+    // The ACK and the STATUS reply of every controller, by sender, and the host's clock just
+    // before the discovery went out and just after its replies were in.
+    struct Round {
+        std::map<std::string, std::string> acks;
+        std::map<std::string, std::string> status;
+        std::string hostBefore;
+        std::string hostAfter;
+    };
+
+    // With every shell log cleared, sends each controller k its ASSIGN `seqid` carrying
+    // `fields(k)`, then, once every ACK is in, the discovery `querySeqid`.
+    Round assignEachThenQuery(const std::string& seqid,
+                              const std::function<std::string(int)>& fields,
+                              const std::string& querySeqid) {
+        Round round;
+        const auto count = static_cast<std::size_t>(controllers());
+        for (int k = 1; k <= controllers(); ++k) {
+            sb().clearShellLog(k);
+            EXPECT_TRUE(
+                tool().send("LCF2#ASSIGN#seqid=" + seqid + "#mac=" + controllerMac(k) + fields(k)));
+        }
+        round.acks =
+            bySender(tool().receiveMany(count, Seconds(10), "LCF2#ACK#seqid=" + seqid + "#"));
+        round.hostBefore = utcNow();
+        EXPECT_TRUE(tool().send("LCF2#QUERY#seqid=" + querySeqid));
+        round.status = bySender(
+            tool().receiveMany(count, Seconds(20), "LCF2#STATUS#seqid=" + querySeqid + "#"));
+        round.hostAfter = utcNow();
+        return round;
+    }
+};
 
 // What a device runs for an accepted ASSIGN on `interface`: the reading, the writes, then the
 // reading and clock of the QUERY after it.
@@ -128,18 +160,10 @@ TEST_F(Configure, ClearRunsItsDeviceCommandBeforeItsAck) {
 TEST_F(Configure, AssignedClockUsesEachPlatformsDateSyntax) {
     const std::vector<std::string> platforms = {"arm9", "imx", "qmt", "generic", "unknown"};
     ASSERT_TRUE(up(platforms));
-    for (int k = 1; k <= 5; ++k) {
-        sb().clearShellLog(k);
-        ASSERT_TRUE(tool().send("LCF2#ASSIGN#seqid=4#mac=" + controllerMac(k) +
-                                "#utcclock=20231115123045"));
-    }
-    auto acks = bySender(tool().receiveMany(5, Seconds(10), "LCF2#ACK#seqid=4#"));
-    ASSERT_EQ(acks.size(), 5u);
-    std::string hostBefore = utcNow();
-    ASSERT_TRUE(tool().send("LCF2#QUERY#seqid=5"));
-    auto status = bySender(tool().receiveMany(5, Seconds(20), "LCF2#STATUS#seqid=5#"));
-    std::string hostAfter = utcNow();
-    ASSERT_EQ(status.size(), 5u);
+    Round round = assignEachThenQuery(
+        "4", [](int) { return "#utcclock=20231115123045"; }, "5");
+    ASSERT_EQ(round.acks.size(), 5u);
+    ASSERT_EQ(round.status.size(), 5u);
 
     const std::vector<std::string> setters = {
         "date -u -D %Y%m%d%H%M%S -s 20231115123045",
@@ -150,7 +174,7 @@ TEST_F(Configure, AssignedClockUsesEachPlatformsDateSyntax) {
     };
     for (int k = 1; k <= 5; ++k) {
         const auto index = static_cast<std::size_t>(k - 1);
-        EXPECT_EQ(acks[controllerAddress(k)], ackText("4", k, true));
+        EXPECT_EQ(round.acks[controllerAddress(k)], ackText("4", k, true));
         // Read, set the clock, set it once more after the network step, then
         // the query's reading and the clock read for the reply.
         std::vector<std::string> writes;
@@ -161,10 +185,10 @@ TEST_F(Configure, AssignedClockUsesEachPlatformsDateSyntax) {
             << platforms[index];
 
         std::string clock;
-        maskClock(status[controllerAddress(k)], &clock);
+        maskClock(round.status[controllerAddress(k)], &clock);
         if (setters[index].empty()) {
-            EXPECT_LE(hostBefore, clock);
-            EXPECT_LE(clock, hostAfter);
+            EXPECT_LE(round.hostBefore, clock);
+            EXPECT_LE(clock, round.hostAfter);
         } else {
             // The simulated clock was set and has been ticking since.
             EXPECT_LE("20231115123045", clock) << platforms[index];
@@ -178,16 +202,10 @@ TEST_F(Configure, AssignedServersAndSchemeUseEachPlatformsVerbs) {
     sb().setFault(4, "tarnsetup.setsyslogserver", "exit 2");
     const std::string servers =
         "#ntpip=198.18.255.11#syslogip=198.18.255.21#nameserver=198.18.255.54";
-    for (int k = 1; k <= 4; ++k) {
-        sb().clearShellLog(k);
-        std::string extra = k == 2 ? "#ipscheme=DHCP" : "";
-        ASSERT_TRUE(tool().send("LCF2#ASSIGN#seqid=6#mac=" + controllerMac(k) + servers + extra));
-    }
-    auto acks = bySender(tool().receiveMany(4, Seconds(10), "LCF2#ACK#seqid=6#"));
-    ASSERT_EQ(acks.size(), 4u);
-    ASSERT_TRUE(tool().send("LCF2#QUERY#seqid=7"));
-    auto status = bySender(tool().receiveMany(4, Seconds(20), "LCF2#STATUS#seqid=7#"));
-    ASSERT_EQ(status.size(), 4u);
+    Round round = assignEachThenQuery(
+        "6", [&servers](int k) { return servers + (k == 2 ? "#ipscheme=DHCP" : ""); }, "7");
+    ASSERT_EQ(round.acks.size(), 4u);
+    ASSERT_EQ(round.status.size(), 4u);
 
     const std::vector<std::string> platforms = {"arm9", "imx", "qmt", "generic"};
     const std::vector<std::vector<std::string>> writes = {
@@ -206,32 +224,32 @@ TEST_F(Configure, AssignedServersAndSchemeUseEachPlatformsVerbs) {
     for (int k = 1; k <= 4; ++k) {
         const auto index = static_cast<std::size_t>(k - 1);
         std::string iface = k == 2 ? "eth0" : "br0";
-        EXPECT_EQ(acks[controllerAddress(k)], ackText("6", k, true));
+        EXPECT_EQ(round.acks[controllerAddress(k)], ackText("6", k, true));
         EXPECT_EQ(sb().shellLog(k), assignedLog(platforms[index], iface, writes[index]))
             << platforms[index];
     }
     // Outside imx boards the name server reported is the syslog server's answer.
-    EXPECT_NE(status[controllerAddress(1)].find(
+    EXPECT_NE(round.status[controllerAddress(1)].find(
                   "#ntpip=198.18.255.11#controller=CTRL-001#housenames=Hall A,Hall B"
                   "#syslogip=198.18.255.21#nameserver=198.18.255.21#"),
               std::string::npos)
-        << status[controllerAddress(1)];
-    EXPECT_NE(status[controllerAddress(2)].find(
+        << round.status[controllerAddress(1)];
+    EXPECT_NE(round.status[controllerAddress(2)].find(
                   "#ipscheme=DHCP#ntpip=198.18.255.11#controller=CTRL-002"
                   "#housenames=Hall A,Hall B#syslogip=198.18.255.21#nameserver=198.18.255.54#"),
               std::string::npos)
-        << status[controllerAddress(2)];
-    EXPECT_NE(status[controllerAddress(3)].find(
+        << round.status[controllerAddress(2)];
+    EXPECT_NE(round.status[controllerAddress(3)].find(
                   "#ntpip=198.18.255.11#controller=CTRL-003#housenames=Hall A,Hall B"
                   "#syslogip=198.18.255.21#nameserver=198.18.255.21#"),
               std::string::npos)
-        << status[controllerAddress(3)];
+        << round.status[controllerAddress(3)];
     // The failed syslog command is reported, and the steps after it still ran.
-    EXPECT_NE(status[controllerAddress(4)].find(
+    EXPECT_NE(round.status[controllerAddress(4)].find(
                   "#ntpip=198.18.255.11#controller=CTRL-004#housenames=Hall A,Hall B"
                   "#syslogip=198.18.255.20#nameserver=198.18.255.20#"),
               std::string::npos)
-        << status[controllerAddress(4)];
+        << round.status[controllerAddress(4)];
     EXPECT_EQ(sb().err(4), "lcfd:Error setting syslog IP\n");
     EXPECT_NE(sb().out(4).find("lcfd:tarnsetup setsyslogserver 198.18.255.21\n"
                                "lcfd:Finished writing syslog IP settings\n"

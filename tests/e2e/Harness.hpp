@@ -382,7 +382,8 @@ class LcfdBed : public ::testing::Test {
     ::testing::AssertionResult bringUp(const std::vector<std::string>& specs,
                                        const std::vector<std::string>& upOptions);
 
-    // Declared in the order they are made: the sockets go before the segment.
+    // Made in this order, so a fixture that is not torn down by TearDown still closes the
+    // sockets before the segment goes.
     std::optional<Sandbox> sandbox_;
     std::optional<ToolSocket> tool_;
     std::optional<FrameCapture> capture_;

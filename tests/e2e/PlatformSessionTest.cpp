@@ -28,21 +28,9 @@ std::string timeServerVerb(const std::string& platform) {
 
 // The STATUS reply after the accepted ASSIGN, the clock masked.
 std::string statusAfterAssign(int k, const std::string& platform) {
-    const std::string n = std::to_string(k);
-    std::string text = "LCF2#STATUS#seqid=4#mac=" + controllerMac(k) + "#ip=" + newAddress(k) +
-                       "#netmask=255.255.0.0#gateway=198.18.255.2#hostname=" + platform + "-00" +
-                       n + "#ipscheme=STATIC#ntpip=198.18.255.12#controller=CTRL-00" + n +
-                       "#housenames=Hall A,Hall B#syslogip=198.18.255.20";
-    if (platform == "imx") {
-        return text +
-               "#nameserver=198.18.255.53#ntpsync=yes#sdusage=33%#sdkversion=4.2.3"
-               "#mac1=02:4C:43:00:00:03#mac2=02:4C:43:01:00:03#uptime=3605.21 7011.40"
-               "#loadavg=0.08 0.03 0.01 1/87 1234#utcclock=<clock>#displaytime=20231114221320";
-    }
-    // Outside imx boards the name server is the syslog server's answer.
-    text += "#nameserver=198.18.255.20#ntpsync=yes#sdusage=";
-    text += platform == "qmt" ? "n/a" : std::to_string(30 + k) + "%";
-    return text + "#utcclock=<clock>#displaytime=";
+    return statusReply(
+        "4", k, platform,
+        {{"ip", newAddress(k)}, {"gateway", "198.18.255.2"}, {"ntpip", "198.18.255.12"}});
 }
 
 TEST_F(PlatformSession, EveryStreamThroughQueryAssignAndClear) {
