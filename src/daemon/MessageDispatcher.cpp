@@ -55,45 +55,45 @@ void writeToStandardOutput(const std::string& bytes) {
 MessageDispatcher::MessageDispatcher(std::uint16_t port) : MessageDispatcher(port, systemShell()) {}
 
 MessageDispatcher::MessageDispatcher(std::uint16_t port, DeviceShell& shell)
-    : settings(std::make_unique<Settings>(shell)) {
-    consoleOutput.reserve(kReceiveBufferSize + kLongestTraceLine);
+    : settings_(std::make_unique<Settings>(shell)) {
+    consoleOutput_.reserve(kReceiveBufferSize + kLongestTraceLine);
     // The device is read before any socket exists.
-    settings->reload();
-    const std::string interfaceName = settings->getInterfaceName();
-    broadcaster = std::make_unique<Broadcaster>(this, port, interfaceName);
+    settings_->reload();
+    const std::string interfaceName = settings_->getInterfaceName();
+    broadcaster_ = std::make_unique<Broadcaster>(this, port, interfaceName);
 }
 
 MessageDispatcher::~MessageDispatcher() {
-    broadcaster.reset();  // closes the socket first
-    settings.reset();
+    broadcaster_.reset();  // closes the socket first
+    settings_.reset();
 }
 
 void MessageDispatcher::run() {
-    broadcaster->listen();
+    broadcaster_->listen();
 }
 
 void MessageDispatcher::onMessage(const char* data, std::int64_t length,
                                   std::uint32_t senderAddress) {
-    message.reset();
+    message_.reset();
     // Every byte is kept as it came, zero bytes included; the request is read from the
     // received bytes themselves.
     const std::string_view text(data, static_cast<std::size_t>(length));
-    consoleOutput.assign(text);
-    consoleOutput += '\n';
+    consoleOutput_.assign(text);
+    consoleOutput_ += '\n';
     const Decision decision = parseMessage(text);
     if (decision.action != Action::None) {
         // The device is read or changed next, and that prints: the text goes out first.
-        writeToStandardOutput(consoleOutput);
-        consoleOutput.clear();
+        writeToStandardOutput(consoleOutput_);
+        consoleOutput_.clear();
         handleCommand(decision);
     }
     // Most datagrams need no action: their text and trace leave in one write.
-    appendTrace(consoleOutput, senderAddress, decision.understood);
-    writeToStandardOutput(consoleOutput);
+    appendTrace(consoleOutput_, senderAddress, decision.understood);
+    writeToStandardOutput(consoleOutput_);
 }
 
 Decision MessageDispatcher::parseMessage(std::string_view text) {
-    return decideRequest(text, message, settings->getMac());
+    return decideRequest(text, message_, settings_->getMac());
 }
 
 void MessageDispatcher::handleCommand(const Decision& decision) {
@@ -101,18 +101,18 @@ void MessageDispatcher::handleCommand(const Decision& decision) {
         case Action::None:
             return;
         case Action::SendStatus:
-            settings->reload();
+            settings_->reload();
             sendStatus();
             return;
         case Action::Refuse:
-            settings->reload();
-            reply(composeAck(message.seqid, settings->getMac(), false));
+            settings_->reload();
+            reply(composeAck(message_.seqid, settings_->getMac(), false));
             return;
         case Action::Assign:
-            settings->reload();
+            settings_->reload();
             // COMPAT: ack-before-change
             // The tool learns of acceptance before anything is changed.
-            reply(composeAck(message.seqid, settings->getMac(), true));
+            reply(composeAck(message_.seqid, settings_->getMac(), true));
             applyAssignment();
             sleep(kSettleSeconds);
             return;
@@ -121,33 +121,33 @@ void MessageDispatcher::handleCommand(const Decision& decision) {
     }
     const std::string& serverKey = decision.request.serverKey;
     if (serverKey == key::kNtpIp) {
-        settings->clearNtpIp();
+        settings_->clearNtpIp();
     } else if (serverKey == key::kSyslogIp) {
-        settings->clearSyslogIp();
+        settings_->clearSyslogIp();
     } else {
-        settings->clearNameserver();
+        settings_->clearNameserver();
     }
-    reply(composeAck(message.seqid, settings->getMac(), true));
+    reply(composeAck(message_.seqid, settings_->getMac(), true));
 }
 
 void MessageDispatcher::reply(const std::string& text) {
-    broadcaster->broadcast(text.c_str(), static_cast<std::int64_t>(text.size()));
+    broadcaster_->broadcast(text.c_str(), static_cast<std::int64_t>(text.size()));
 }
 
 void MessageDispatcher::sendStatus() {
-    reply(composeStatus(message.seqid, settings->getMac(), readStatusValues(*settings)));
+    reply(composeStatus(message_.seqid, settings_->getMac(), readStatusValues(*settings_)));
 }
 
 void MessageDispatcher::applyAssignment() {
     // In the table's order; fields left empty keep the values just read. Setter results are
     // not used.
     for (const AssignableField& assignable : assignableFields()) {
-        const std::string& value = message.*assignable.field;
+        const std::string& value = message_.*assignable.field;
         if (!value.empty()) {
-            applyField(*settings, assignable.id, value);
+            applyField(*settings_, assignable.id, value);
         }
     }
-    settings->writeNetworkSettings();
+    settings_->writeNetworkSettings();
 }
 
 }  // namespace lcfd

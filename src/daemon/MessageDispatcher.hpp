@@ -35,11 +35,11 @@ class MessageDispatcher : public IBroadcasterCallback {
     void sendStatus();
     void applyAssignment();
 
-    Message message;
+    Message message_;
     // Reused for every datagram: what goes to standard output for it.
-    std::string consoleOutput;
-    std::unique_ptr<Broadcaster> broadcaster;
-    std::unique_ptr<Settings> settings;
+    std::string consoleOutput_;
+    std::unique_ptr<Broadcaster> broadcaster_;
+    std::unique_ptr<Settings> settings_;
 };
 
 }  // namespace lcfd

@@ -40,39 +40,40 @@ sockaddr_in ipv4Address(in_addr_t address, std::uint16_t port) {
 
 }  // namespace
 
-Broadcaster::Broadcaster(IBroadcasterCallback* callback_, std::uint16_t port_,
-                         const std::string& interfaceName_)
-    : interfaceName(interfaceName_),
-      port(port_),
-      callback(callback_),
-      socketFd(0),
-      bindAddress(ipv4Address(htonl(INADDR_ANY), port_)),
-      broadcastAddress(ipv4Address(htonl(INADDR_BROADCAST), port_)) {
-    socketFd = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+Broadcaster::Broadcaster(IBroadcasterCallback* callback, std::uint16_t port,
+                         const std::string& interfaceName)
+    : interfaceName_(interfaceName),
+      port_(port),
+      callback_(callback),
+      socketFd_(0),
+      bindAddress_(ipv4Address(htonl(INADDR_ANY), port)),
+      broadcastAddress_(ipv4Address(htonl(INADDR_BROADCAST), port)) {
+    socketFd_ = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     // COMPAT: zero-descriptor-means-none
     // 0 is this class's "no socket"; -1 is caught by the next call failing on a bad descriptor.
-    if (socketFd == 0) {
+    if (socketFd_ == 0) {
         failSetup("Error creating socket: ");
     }
     const int enable = 1;
-    if (setsockopt(socketFd, SOL_SOCKET, SO_BROADCAST, &enable, sizeof enable) == -1) {
+    if (setsockopt(socketFd_, SOL_SOCKET, SO_BROADCAST, &enable, sizeof enable) == -1) {
         failSetup("Error setting socket options: ");
     }
-    if (setsockopt(socketFd, SOL_SOCKET, SO_REUSEADDR, &enable, sizeof enable) == -1) {
+    if (setsockopt(socketFd_, SOL_SOCKET, SO_REUSEADDR, &enable, sizeof enable) == -1) {
         failSetup("Error setting socket options: ");
     }
-    if (bind(socketFd, reinterpret_cast<const sockaddr*>(&bindAddress), sizeof bindAddress) == -1) {
+    if (bind(socketFd_, reinterpret_cast<const sockaddr*>(&bindAddress_), sizeof bindAddress_) ==
+        -1) {
         const int bindError = errno;
-        close(socketFd);
+        close(socketFd_);
         exitOnSetupFailure("Error binding socket: ", bindError);
     }
 }
 
 Broadcaster::~Broadcaster() {
-    if (socketFd != 0) {
-        close(socketFd);
+    if (socketFd_ != 0) {
+        close(socketFd_);
     }
-    socketFd = 0;
+    socketFd_ = 0;
 }
 
 void Broadcaster::listen() {
@@ -85,23 +86,23 @@ void Broadcaster::listen() {
     std::memset(&sender, 0, sizeof sender);
     socklen_t senderLength = sizeof sender;
     for (;;) {
-        const ssize_t received = recvfrom(socketFd, buffer, sizeof buffer, 0,
+        const ssize_t received = recvfrom(socketFd_, buffer, sizeof buffer, 0,
                                           reinterpret_cast<sockaddr*>(&sender), &senderLength);
         if (received < 1) {
             continue;  // errors and empty datagrams carry nothing to handle
         }
-        callback->onMessage(buffer, received, sender.sin_addr.s_addr);
+        callback_->onMessage(buffer, received, sender.sin_addr.s_addr);
     }
 }
 
 void Broadcaster::broadcast(const char* text, std::int64_t length) {
-    if (interfaceName == kDefaultInterface) {
-        if (socketFd == 0) {
+    if (interfaceName_ == kDefaultInterface) {
+        if (socketFd_ == 0) {
             return;
         }
         const auto count = static_cast<std::size_t>(static_cast<std::int32_t>(length));
-        if (sendto(socketFd, text, count, 0, reinterpret_cast<const sockaddr*>(&broadcastAddress),
-                   sizeof broadcastAddress) != -1) {
+        if (sendto(socketFd_, text, count, 0, reinterpret_cast<const sockaddr*>(&broadcastAddress_),
+                   sizeof broadcastAddress_) != -1) {
             return;
         }
         reportErrno("Broadcast failed: ");
@@ -144,15 +145,15 @@ void Broadcaster::sendRawFrame(const char* text) {
         return;
     }
     char deviceName[kDeviceNameBufferSize] = {};
-    if (interfaceName.size() >= kDeviceNameBufferSize) {
+    if (interfaceName_.size() >= kDeviceNameBufferSize) {
         abortOnBrokenPromise();  // interface selection never yields a name this long
     }
-    std::memcpy(deviceName, interfaceName.data(), interfaceName.size());
+    std::memcpy(deviceName, interfaceName_.data(), interfaceName_.size());
     // COMPAT: four-character-interface-match
     // Only four bytes reach the kernel: br0 and eth0 bind as named, longer names by their
     // first four characters.
     if (setsockopt(rawFd, SOL_SOCKET, SO_BINDTODEVICE, deviceName, kBindToDeviceOptionLength) < 0) {
-        std::fprintf(stderr, "Error binding to %s interface: %d\n", interfaceName.c_str(), errno);
+        std::fprintf(stderr, "Error binding to %s interface: %d\n", interfaceName_.c_str(), errno);
         // cppcheck-suppress resourceLeak ; left open on purpose, see above
         return;
     }

@@ -37,14 +37,14 @@ class Broadcaster {
     void sendRawFrame(const char* text);
 
   private:
-    std::string interfaceName;
+    std::string interfaceName_;
     // The port the transport was opened on; the addresses below carry it, nothing reads it.
-    [[maybe_unused]] std::uint16_t port;
-    std::string auxText;  // unused; kept empty
-    IBroadcasterCallback* callback;
-    int socketFd;  // 0 means "no socket"
-    sockaddr_in bindAddress;
-    sockaddr_in broadcastAddress;
+    [[maybe_unused]] std::uint16_t port_;
+    std::string auxText_;  // unused; kept empty
+    IBroadcasterCallback* callback_;
+    int socketFd_;  // 0 means "no socket"
+    sockaddr_in bindAddress_;
+    sockaddr_in broadcastAddress_;
 };
 
 }  // namespace lcfd

@@ -127,98 +127,99 @@ bool readFirstLine(const char* path, std::string& line) {
 }
 
 void Settings::readFromDevice() {
-    controllerType = ControllerType::Unknown;
+    controllerType_ = ControllerType::Unknown;
     const std::string sdk = runShellCommand(query::kSdk, true);
     if (isUsableAnswer(sdk)) {
-        controllerType = controllerTypeFromSdk(sdk);
+        controllerType_ = controllerTypeFromSdk(sdk);
     }
-    logInfo(kDetectedControllerType + std::to_string(static_cast<int>(controllerType)));
+    logInfo(kDetectedControllerType + std::to_string(static_cast<int>(controllerType_)));
 
     // The MAC and scheme queries use the interface as it stood before this reading's
     // selection, which happens inside the netmask lookup below.
     const std::string macAnswer =
-        runShellCommand(withInterface(query::kMacAddress, interface), true);
+        runShellCommand(withInterface(query::kMacAddress, interface_), true);
     if (isUsableAnswer(macAnswer)) {
-        mac = macAnswer;
+        mac_ = macAnswer;
     }
     const std::string schemeAnswer =
-        runShellCommand(withInterface(query::kIpScheme, interface), true);
+        runShellCommand(withInterface(query::kIpScheme, interface_), true);
     if (isUsableAnswer(schemeAnswer)) {
-        ipscheme = schemeAnswer;
+        ipscheme_ = schemeAnswer;
     }
     const std::string netmaskAnswer = getInterfaceNetmask();
     if (isUsableAnswer(netmaskAnswer)) {
         setNetmask(netmaskAnswer);
     }
-    const std::string ipAnswer = runShellCommand(withInterface(query::kIpAddress, interface), true);
+    const std::string ipAnswer =
+        runShellCommand(withInterface(query::kIpAddress, interface_), true);
     if (isUsableAnswer(ipAnswer) && isValidIpv4(ipAnswer)) {
-        ip = ipAnswer;
+        ip_ = ipAnswer;
     }
     const std::string gatewayAnswer = runShellCommand(query::kGateway, true);
     if (isUsableAnswer(gatewayAnswer) && isValidIpv4(gatewayAnswer)) {
-        gateway = gatewayAnswer;
+        gateway_ = gatewayAnswer;
     }
-    const std::string timeServerAnswer = runShellCommand(timeServerQuery(controllerType), true);
+    const std::string timeServerAnswer = runShellCommand(timeServerQuery(controllerType_), true);
     if (isUsableAnswer(timeServerAnswer)) {
-        ntpip = timeServerAnswer;
+        ntpip_ = timeServerAnswer;
     }
-    const std::string syslogAnswer = runShellCommand(syslogServerQuery(controllerType), true);
+    const std::string syslogAnswer = runShellCommand(syslogServerQuery(controllerType_), true);
     if (isUsableAnswer(syslogAnswer)) {
-        syslogip = syslogAnswer;
+        syslogip_ = syslogAnswer;
     }
     // COMPAT: nameserver-from-syslog-answer
     // Only the imx tool reports a name server; elsewhere the syslog server's answer is taken.
-    const std::string nameServerAnswer = controllerType == ControllerType::Imx
+    const std::string nameServerAnswer = controllerType_ == ControllerType::Imx
                                              ? runShellCommand(query::kNameServer, true)
                                              : syslogAnswer;
     if (isUsableAnswer(nameServerAnswer) && !isPublicResolver(nameServerAnswer)) {
-        nameserver = nameServerAnswer;
+        nameserver_ = nameServerAnswer;
     }
     const std::string hostnameAnswer = runShellCommand(query::kHostname, true);
     if (isUsableAnswer(hostnameAnswer)) {
-        devicehostname = hostnameAnswer;
-        hostname = devicehostname;
+        devicehostname_ = hostnameAnswer;
+        hostname_ = devicehostname_;
     }
-    readFirstLine(kControllerFilePath, controller);
-    readFirstLine(kHousenamesFilePath, housenames);
+    readFirstLine(kControllerFilePath, controller_);
+    readFirstLine(kHousenamesFilePath, housenames_);
 
-    ntpsync = kNo;
-    const std::string syncAnswer = runShellCommand(ntpSyncQuery(controllerType), true);
-    if (controllerType == ControllerType::Qmt) {
-        ntpsync = syncAnswer;  // the word the system prints, unchecked
+    ntpsync_ = kNo;
+    const std::string syncAnswer = runShellCommand(ntpSyncQuery(controllerType_), true);
+    if (controllerType_ == ControllerType::Qmt) {
+        ntpsync_ = syncAnswer;  // the word the system prints, unchecked
     } else if (meansSynchronised(syncAnswer)) {
-        ntpsync = kYes;
+        ntpsync_ = kYes;
     }
 
-    sdusage = kNotAvailable;
-    if (const char* usageQuery = sdUsageQuery(controllerType)) {
-        sdusage = sdUsageFromAnswer(controllerType, runShellCommand(usageQuery, true));
+    sdusage_ = kNotAvailable;
+    if (const char* usageQuery = sdUsageQuery(controllerType_)) {
+        sdusage_ = sdUsageFromAnswer(controllerType_, runShellCommand(usageQuery, true));
     }
 
-    sdkversion.clear();
-    mac1.clear();
-    mac2.clear();
-    uptime.clear();
-    loadavg.clear();
-    displaytime.clear();
-    if (controllerType == ControllerType::Imx) {
+    sdkversion_.clear();
+    mac1_.clear();
+    mac2_.clear();
+    uptime_.clear();
+    loadavg_.clear();
+    displaytime_.clear();
+    if (controllerType_ == ControllerType::Imx) {
         const std::string versionAnswer = runShellCommand(query::kSdkVersion, true);
         if (isUsableAnswer(versionAnswer)) {
-            sdkversion = versionAnswer;
+            sdkversion_ = versionAnswer;
         }
         const std::string primaryAnswer = runShellCommand(query::kPrimaryFuseMac, true);
         if (isUsableAnswer(primaryAnswer)) {
-            mac1 = primaryAnswer;
+            mac1_ = primaryAnswer;
         }
         const std::string secondaryAnswer = runShellCommand(query::kSecondaryFuseMac, true);
         if (isUsableAnswer(secondaryAnswer)) {
-            mac2 = secondaryAnswer;
+            mac2_ = secondaryAnswer;
         }
-        uptime = runShellCommand(query::kUptime, false);
-        loadavg = runShellCommand(query::kLoadavg, false);
+        uptime_ = runShellCommand(query::kUptime, false);
+        loadavg_ = runShellCommand(query::kLoadavg, false);
         std::string shownTime;
         if (displayTimeFromSeconds(runShellCommand(query::kDisplayTimeSeconds, true), shownTime)) {
-            displaytime = shownTime;
+            displaytime_ = shownTime;
         }
     }
     logInfo(kFinishedReading);

@@ -24,31 +24,31 @@ void runStep(DeviceShell& shell, const std::string& line, const char* failure,
 
 void Settings::writeNetworkSettings() {
     if (ntpipChanged()) {
-        runStep(*shell, timeServerCommand(controllerType, ntpip), kNtpIpFailed, kNtpIpFinished);
+        runStep(*shell_, timeServerCommand(controllerType_, ntpip_), kNtpIpFailed, kNtpIpFinished);
     }
     if (syslogipChanged()) {
-        runStep(*shell, syslogServerCommand(syslogip), kSyslogIpFailed, kSyslogIpFinished);
+        runStep(*shell_, syslogServerCommand(syslogip_), kSyslogIpFailed, kSyslogIpFinished);
     }
     if (nameserverChanged()) {
-        runStep(*shell, nameServerCommand(nameserver), kNameserverFailed, kNameserverFinished);
+        runStep(*shell_, nameServerCommand(nameserver_), kNameserverFailed, kNameserverFinished);
     }
     if (networkChanged()) {
         logInfo(kWritingNetwork);
-        if (ipscheme == kSchemeStatic) {
-            if (const auto line = staticIpCommand(ip, netmask, gateway, interface)) {
-                runStep(*shell, *line, kStaticIpFailed, kStaticIpFinished);
+        if (ipscheme_ == kSchemeStatic) {
+            if (const auto line = staticIpCommand(ip_, netmask_, gateway_, interface_)) {
+                runStep(*shell_, *line, kStaticIpFailed, kStaticIpFinished);
             } else {
                 logError(kStaticIpIncomplete);
             }
-        } else if (ipscheme == kSchemeDhcp) {
-            runStep(*shell, dhcpCommand(interface), kDhcpFailed, kDhcpFinished);
+        } else if (ipscheme_ == kSchemeDhcp) {
+            runStep(*shell_, dhcpCommand(interface_), kDhcpFailed, kDhcpFinished);
         }
         logInfo(kNetworkFinished);
     }
     // The clock goes in again once the network has been reconfigured.
-    if (!pendingutcclock.empty()) {
-        setUtcClock(pendingutcclock);
-        pendingutcclock.clear();
+    if (!pendingutcclock_.empty()) {
+        setUtcClock(pendingutcclock_);
+        pendingutcclock_.clear();
     }
 }
 

@@ -26,31 +26,31 @@ class Settings {
     Settings& operator=(const Settings& other);
 
     // Read-only access to the stored texts.
-    const std::string& housenamesRef() const { return housenames; }
-    const std::string& devicehostnameRef() const { return devicehostname; }
-    const std::string& hostnameRef() const { return hostname; }
-    const std::string& ipRef() const { return ip; }
-    const std::string& netmaskRef() const { return netmask; }
-    const std::string& gatewayRef() const { return gateway; }
-    const std::string& auxipRef() const { return auxip; }
-    const std::string& macRef() const { return mac; }
-    const std::string& ntpipRef() const { return ntpip; }
-    const std::string& controllerRef() const { return controller; }
-    const std::string& syslogipRef() const { return syslogip; }
-    const std::string& nameserverRef() const { return nameserver; }
-    const std::string& ipschemeRef() const { return ipscheme; }
-    const std::string& ntpsyncRef() const { return ntpsync; }
-    const std::string& sdusageRef() const { return sdusage; }
-    const std::string& sdkversionRef() const { return sdkversion; }
-    const std::string& mac1Ref() const { return mac1; }
-    const std::string& mac2Ref() const { return mac2; }
-    const std::string& uptimeRef() const { return uptime; }
-    const std::string& loadavgRef() const { return loadavg; }
-    const std::string& displaytimeRef() const { return displaytime; }
-    const std::string& pendingUtcClock() const { return pendingutcclock; }
-    const std::string& interfaceField() const { return interface; }
-    ControllerType getControllerType() const { return controllerType; }
-    const Settings* getSnapshot() const { return snapshot.get(); }
+    const std::string& housenamesRef() const { return housenames_; }
+    const std::string& devicehostnameRef() const { return devicehostname_; }
+    const std::string& hostnameRef() const { return hostname_; }
+    const std::string& ipRef() const { return ip_; }
+    const std::string& netmaskRef() const { return netmask_; }
+    const std::string& gatewayRef() const { return gateway_; }
+    const std::string& auxipRef() const { return auxip_; }
+    const std::string& macRef() const { return mac_; }
+    const std::string& ntpipRef() const { return ntpip_; }
+    const std::string& controllerRef() const { return controller_; }
+    const std::string& syslogipRef() const { return syslogip_; }
+    const std::string& nameserverRef() const { return nameserver_; }
+    const std::string& ipschemeRef() const { return ipscheme_; }
+    const std::string& ntpsyncRef() const { return ntpsync_; }
+    const std::string& sdusageRef() const { return sdusage_; }
+    const std::string& sdkversionRef() const { return sdkversion_; }
+    const std::string& mac1Ref() const { return mac1_; }
+    const std::string& mac2Ref() const { return mac2_; }
+    const std::string& uptimeRef() const { return uptime_; }
+    const std::string& loadavgRef() const { return loadavg_; }
+    const std::string& displaytimeRef() const { return displaytime_; }
+    const std::string& pendingUtcClock() const { return pendingutcclock_; }
+    const std::string& interfaceField() const { return interface_; }
+    ControllerType getControllerType() const { return controllerType_; }
+    const Settings* getSnapshot() const { return snapshot_.get(); }
 
     // Getters: which ones clean and which upper-case is deliberate, per field.
     std::string getHousenames() const;
@@ -92,15 +92,15 @@ class Settings {
     void setController(const std::string& value);
 
     // Unvalidated stores for the values only the device reading fills.
-    void setNtpSync(const std::string& value) { ntpsync = value; }
-    void setSdUsage(const std::string& value) { sdusage = value; }
-    void setSdkVersion(const std::string& value) { sdkversion = value; }
-    void setMac1(const std::string& value) { mac1 = value; }
-    void setMac2(const std::string& value) { mac2 = value; }
-    void setUptime(const std::string& value) { uptime = value; }
-    void setLoadavg(const std::string& value) { loadavg = value; }
-    void setDisplayTime(const std::string& value) { displaytime = value; }
-    void setControllerType(ControllerType type) { controllerType = type; }
+    void setNtpSync(const std::string& value) { ntpsync_ = value; }
+    void setSdUsage(const std::string& value) { sdusage_ = value; }
+    void setSdkVersion(const std::string& value) { sdkversion_ = value; }
+    void setMac1(const std::string& value) { mac1_ = value; }
+    void setMac2(const std::string& value) { mac2_ = value; }
+    void setUptime(const std::string& value) { uptime_ = value; }
+    void setLoadavg(const std::string& value) { loadavg_ = value; }
+    void setDisplayTime(const std::string& value) { displaytime_ = value; }
+    void setControllerType(ControllerType type) { controllerType_ = type; }
 
     // Change predicates against the snapshot; without one everything counts as changed.
     bool ntpipChanged() const;
@@ -135,33 +135,33 @@ class Settings {
     std::string getUtcClock() const;
 
   private:
-    std::string housenames;
-    std::string devicehostname;
-    std::string hostname;
-    std::string ip;
-    std::string netmask;
-    std::string gateway;
-    std::string auxip;
-    std::string mac;
-    std::string ntpip;
-    std::string controller;
-    std::string syslogip;
-    std::string nameserver;
-    std::string ipscheme;
-    std::string ntpsync;
-    std::string sdusage;
-    std::string pendingutcclock;
-    std::string interface;
-    std::string sdkversion;
-    std::string mac1;
-    std::string mac2;
-    std::string uptime;
-    std::string loadavg;
-    std::string displaytime;
-    std::unique_ptr<Settings> snapshot;
-    DeviceShell* shell;  // never null; the snapshot shares it
-    ControllerType controllerType;
-    mutable std::string macUpperCased;  // getMac's result, not a value of the device
+    std::string housenames_;
+    std::string devicehostname_;
+    std::string hostname_;
+    std::string ip_;
+    std::string netmask_;
+    std::string gateway_;
+    std::string auxip_;
+    std::string mac_;
+    std::string ntpip_;
+    std::string controller_;
+    std::string syslogip_;
+    std::string nameserver_;
+    std::string ipscheme_;
+    std::string ntpsync_;
+    std::string sdusage_;
+    std::string pendingutcclock_;
+    std::string interface_;
+    std::string sdkversion_;
+    std::string mac1_;
+    std::string mac2_;
+    std::string uptime_;
+    std::string loadavg_;
+    std::string displaytime_;
+    std::unique_ptr<Settings> snapshot_;
+    DeviceShell* shell_;  // never null; the snapshot shares it
+    ControllerType controllerType_;
+    mutable std::string macUpperCased_;  // getMac's result, not a value of the device
 };
 
 }  // namespace lcfd

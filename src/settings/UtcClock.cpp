@@ -18,12 +18,12 @@ bool Settings::setUtcClock(const std::string& value) {
         case ClockValueCheck::Valid:
             break;
     }
-    const std::optional<std::string> line = setClockCommand(controllerType, value);
+    const std::optional<std::string> line = setClockCommand(controllerType_, value);
     if (!line) {
         return false;
     }
     runShellCommand(*line, true);  // the outcome of date is not examined
-    pendingutcclock = value;
+    pendingutcclock_ = value;
     return true;
 }
 
