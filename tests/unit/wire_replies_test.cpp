@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -67,49 +68,90 @@ StatusValues everyValueSet() {
     return values;
 }
 
+StatusValues onlyHostname(const std::string& hostname) {
+    StatusValues values;
+    values.hostname = hostname;
+    return values;
+}
+
 // ---- ACK ----
 
-TEST(ComposeAck, AcceptedReply) {
-    EXPECT_EQ(composeAck("9", kDeviceMac, true),
-              "LCF2#ACK#seqid=9#mac=00:1A:2B:3C:4D:5E#accept=yes");
+struct AckCase {
+    const char* name;
+    std::string seqid;
+    std::string mac;
+    bool accepted;
+    std::string reply;
+};
+
+void PrintTo(const AckCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(ComposeAck, RefusedReply) {
-    EXPECT_EQ(composeAck("9", kDeviceMac, false),
-              "LCF2#ACK#seqid=9#mac=00:1A:2B:3C:4D:5E#accept=no");
+const AckCase kAckCases[] = {
+    {"AcceptedReply", "9", kDeviceMac, true, "LCF2#ACK#seqid=9#mac=00:1A:2B:3C:4D:5E#accept=yes"},
+    {"RefusedReply", "9", kDeviceMac, false, "LCF2#ACK#seqid=9#mac=00:1A:2B:3C:4D:5E#accept=no"},
+    {"EmptySeqidAndMacAreWrittenEmpty", "", "", false, "LCF2#ACK#seqid=#mac=#accept=no"},
+};
+
+class AckReply : public ::testing::TestWithParam<AckCase> {};
+
+TEST_P(AckReply, IsTheExactText) {
+    EXPECT_EQ(composeAck(GetParam().seqid, GetParam().mac, GetParam().accepted), GetParam().reply);
 }
 
-TEST(ComposeAck, EmptySeqidAndMacAreWrittenEmpty) {
-    EXPECT_EQ(composeAck("", "", false), "LCF2#ACK#seqid=#mac=#accept=no");
-}
+INSTANTIATE_TEST_SUITE_P(ComposeAck, AckReply, ::testing::ValuesIn(kAckCases),
+                         [](const ::testing::TestParamInfo<AckCase>& param) {
+                             return std::string(param.param.name);
+                         });
 
 // ---- STATUS ----
 
-TEST(ComposeStatus, EveryFieldInItsOrder) {
-    EXPECT_EQ(composeStatus("17", kDeviceMac, everyValueSet()),
-              "LCF2#STATUS#seqid=17#mac=00:1A:2B:3C:4D:5E"
-              "#ip=192.168.1.20#netmask=255.255.255.0#gateway=192.168.1.1"
-              "#hostname=controller-7#ipscheme=STATIC#ntpip=192.168.1.2#controller=Hall A"
-              "#housenames=North,South#syslogip=192.168.1.3#nameserver=192.168.1.4"
-              "#ntpsync=yes#sdusage=42%#sdkversion=7.1.0#mac1=00:1A:2B:3C:4D:5F"
-              "#mac2=00:1A:2B:3C:4D:60#uptime=3600#loadavg=0.15 0.10 0.05"
-              "#utcclock=2024-01-31 12:34:56#displaytime=31.01.2024 13:34");
+struct StatusCase {
+    const char* name;
+    std::string seqid;
+    std::string mac;
+    StatusValues values;
+    std::string reply;
+};
+
+void PrintTo(const StatusCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-// The clock fields are always written; no optional field ever appears as "#key=".
-TEST(ComposeStatus, NoValuesGiveOnlyTheClockFieldsEmpty) {
-    EXPECT_EQ(composeStatus("5", kDeviceMac, StatusValues{}),
-              "LCF2#STATUS#seqid=5#mac=00:1A:2B:3C:4D:5E#utcclock=#displaytime=");
+const StatusCase kStatusCases[] = {
+    {"EveryFieldInItsOrder", "17", kDeviceMac, everyValueSet(),
+     "LCF2#STATUS#seqid=17#mac=00:1A:2B:3C:4D:5E"
+     "#ip=192.168.1.20#netmask=255.255.255.0#gateway=192.168.1.1"
+     "#hostname=controller-7#ipscheme=STATIC#ntpip=192.168.1.2#controller=Hall A"
+     "#housenames=North,South#syslogip=192.168.1.3#nameserver=192.168.1.4"
+     "#ntpsync=yes#sdusage=42%#sdkversion=7.1.0#mac1=00:1A:2B:3C:4D:5F"
+     "#mac2=00:1A:2B:3C:4D:60#uptime=3600#loadavg=0.15 0.10 0.05"
+     "#utcclock=2024-01-31 12:34:56#displaytime=31.01.2024 13:34"},
+    // The clock fields are always written; no optional field ever appears as "#key=".
+    {"NoValuesGiveOnlyTheClockFieldsEmpty", "5", kDeviceMac, StatusValues{},
+     "LCF2#STATUS#seqid=5#mac=00:1A:2B:3C:4D:5E#utcclock=#displaytime="},
+    {"EmptySeqidAndMac", "", "", StatusValues{}, "LCF2#STATUS#seqid=#mac=#utcclock=#displaytime="},
+    // Device values go out as they are, without escaping, even when they hold protocol
+    // characters.
+    {"ValuesAreWrittenWithoutEscaping", "1", kDeviceMac, onlyHostname("a#b=c;d"),
+     "LCF2#STATUS#seqid=1#mac=00:1A:2B:3C:4D:5E#hostname=a#b=c;d#utcclock=#displaytime="},
+};
+
+class StatusReply : public ::testing::TestWithParam<StatusCase> {};
+
+TEST_P(StatusReply, IsTheExactText) {
+    EXPECT_EQ(composeStatus(GetParam().seqid, GetParam().mac, GetParam().values), GetParam().reply);
 }
+
+INSTANTIATE_TEST_SUITE_P(ComposeStatus, StatusReply, ::testing::ValuesIn(kStatusCases),
+                         [](const ::testing::TestParamInfo<StatusCase>& param) {
+                             return std::string(param.param.name);
+                         });
 
 TEST(ComposeStatus, EmptySeqidStartsTheReplyWithAnEmptySeqid) {
     const std::string reply = composeStatus("", kDeviceMac, everyValueSet());
     EXPECT_EQ(reply.rfind("LCF2#STATUS#seqid=#mac=00:1A:2B:3C:4D:5E#ip=", 0), 0u) << reply;
-}
-
-TEST(ComposeStatus, EmptySeqidAndMac) {
-    EXPECT_EQ(composeStatus("", "", StatusValues{}),
-              "LCF2#STATUS#seqid=#mac=#utcclock=#displaytime=");
 }
 
 TEST(ComposeStatus, EachOptionalFieldAloneIsWrittenBeforeTheClockFields) {
@@ -146,14 +188,6 @@ TEST(ComposeStatus, EmptyClockValuesAreStillWritten) {
     const std::string ending = "#loadavg=0.15 0.10 0.05#utcclock=#displaytime=";
     ASSERT_GE(reply.size(), ending.size());
     EXPECT_EQ(reply.substr(reply.size() - ending.size()), ending);
-}
-
-// Device values go out as they are, without escaping, even when they hold protocol characters.
-TEST(ComposeStatus, ValuesAreWrittenWithoutEscaping) {
-    StatusValues values;
-    values.hostname = "a#b=c;d";
-    EXPECT_EQ(composeStatus("1", kDeviceMac, values),
-              "LCF2#STATUS#seqid=1#mac=00:1A:2B:3C:4D:5E#hostname=a#b=c;d#utcclock=#displaytime=");
 }
 
 TEST(StatusFields, ListTheKeysInReplyOrderWithOnlyTheClocksAlwaysWritten) {

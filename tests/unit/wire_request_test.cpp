@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "wire/Message.hpp"
@@ -72,20 +73,47 @@ TEST(DatagramHeader, HeaderAloneHasAnEmptyCommandWord) {
 
 // ---- command words ----
 
-TEST(CommandFromWord, KnowsTheFiveWords) {
-    EXPECT_EQ(commandFromWord("QUERY"), Command::Query);
-    EXPECT_EQ(commandFromWord("ASSIGN"), Command::Assign);
-    EXPECT_EQ(commandFromWord("CLEAR"), Command::Clear);
-    EXPECT_EQ(commandFromWord("ACK"), Command::Ack);
-    EXPECT_EQ(commandFromWord("STATUS"), Command::Status);
+struct CommandWordCase {
+    const char* name;
+    const char* word;
+    Command command;
+};
+
+void PrintTo(const CommandWordCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(CommandFromWord, ComparesTheWholeWordCaseSensitively) {
-    for (const char* word : {"", "query", "Query", "QUERY ", " QUERY", "QUER", "QUERYX", "assign",
-                             "clear", "ack", "status", "REBOOT"}) {
-        EXPECT_EQ(commandFromWord(word), Command::Unknown) << word;
-    }
+const CommandWordCase kCommandWordCases[] = {
+    {"QueryIsKnown", "QUERY", Command::Query},
+    {"AssignIsKnown", "ASSIGN", Command::Assign},
+    {"ClearIsKnown", "CLEAR", Command::Clear},
+    {"AckIsKnown", "ACK", Command::Ack},
+    {"StatusIsKnown", "STATUS", Command::Status},
+    // The whole word is compared, case-sensitively.
+    {"EmptyWordIsUnknown", "", Command::Unknown},
+    {"LowerCaseQueryIsUnknown", "query", Command::Unknown},
+    {"CapitalisedQueryIsUnknown", "Query", Command::Unknown},
+    {"TrailingBlankIsUnknown", "QUERY ", Command::Unknown},
+    {"LeadingBlankIsUnknown", " QUERY", Command::Unknown},
+    {"ShortenedWordIsUnknown", "QUER", Command::Unknown},
+    {"LongerWordIsUnknown", "QUERYX", Command::Unknown},
+    {"LowerCaseAssignIsUnknown", "assign", Command::Unknown},
+    {"LowerCaseClearIsUnknown", "clear", Command::Unknown},
+    {"LowerCaseAckIsUnknown", "ack", Command::Unknown},
+    {"LowerCaseStatusIsUnknown", "status", Command::Unknown},
+    {"OtherWordIsUnknown", "REBOOT", Command::Unknown},
+};
+
+class CommandWord : public ::testing::TestWithParam<CommandWordCase> {};
+
+TEST_P(CommandWord, NamesItsCommand) {
+    EXPECT_EQ(commandFromWord(GetParam().word), GetParam().command);
 }
+
+INSTANTIATE_TEST_SUITE_P(CommandFromWord, CommandWord, ::testing::ValuesIn(kCommandWordCases),
+                         [](const ::testing::TestParamInfo<CommandWordCase>& param) {
+                             return std::string(param.param.name);
+                         });
 
 TEST(ParseRequest, LowerCaseCommandIsUnknownAndNothingIsParsed) {
     const ReadDatagram read = readDatagram("LCF2#query#seqid=1");
