@@ -463,38 +463,42 @@ TEST(BroadcasterSendRaw, FailedSendLeavesItsRawSocketOpen) {
 }
 
 // The raw socket stays open whichever of its options fails; the reply is lost with it.
-TEST(BroadcasterSendRaw, FailedBroadcastOptionLeavesItsRawSocketOpen) {
+struct RefusedRawOption {
+    const char* name;
+    int level;
+    int option;
+    int errorNumber;
+    const char* report;
+    int broadcastOptionLeft;  // whether the broadcast option, set first, was set
+};
+
+class BroadcasterRefusedRawOption : public ::testing::TestWithParam<RefusedRawOption> {};
+
+TEST_P(BroadcasterRefusedRawOption, LeavesItsRawSocketOpen) {
+    const RefusedRawOption& refused = GetParam();
     IgnoringCallback callback;
     Broadcaster broadcaster(&callback, 0, "zzz9");
     const SendOutcome outcome = observe([&] {
-        failNextSocketOption(SOL_SOCKET, SO_BROADCAST, EACCES);
+        failNextSocketOption(refused.level, refused.option, refused.errorNumber);
         broadcaster.sendRaw("LCF2#ACK#seqid=1");
     });
     EXPECT_FALSE(socketOptionFailurePending());
     EXPECT_EQ(outcome.output.out, "");
-    EXPECT_EQ(outcome.output.err, "Error setting socket broadcast option: 13\n");
+    EXPECT_EQ(outcome.output.err, refused.report);
     ASSERT_EQ(outcome.leaked.size(), 1u);
     EXPECT_TRUE(isRawIpSocket(outcome.leaked.front()));
-    EXPECT_EQ(socketOption(outcome.leaked.front(), SOL_SOCKET, SO_BROADCAST), 0);
+    EXPECT_EQ(socketOption(outcome.leaked.front(), SOL_SOCKET, SO_BROADCAST),
+              refused.broadcastOptionLeft);
     closeAll(outcome.leaked);
 }
 
-TEST(BroadcasterSendRaw, FailedHeaderIncludedOptionLeavesItsRawSocketOpen) {
-    IgnoringCallback callback;
-    Broadcaster broadcaster(&callback, 0, "zzz9");
-    const SendOutcome outcome = observe([&] {
-        failNextSocketOption(IPPROTO_IP, IP_HDRINCL, EPERM);
-        broadcaster.sendRaw("LCF2#ACK#seqid=1");
-    });
-    EXPECT_FALSE(socketOptionFailurePending());
-    EXPECT_EQ(outcome.output.out, "");
-    EXPECT_EQ(outcome.output.err, "Error setting socket hdrincl option: 1\n");
-    ASSERT_EQ(outcome.leaked.size(), 1u);
-    EXPECT_TRUE(isRawIpSocket(outcome.leaked.front()));
-    // The broadcast option before it was set.
-    EXPECT_EQ(socketOption(outcome.leaked.front(), SOL_SOCKET, SO_BROADCAST), 1);
-    closeAll(outcome.leaked);
-}
+INSTANTIATE_TEST_SUITE_P(
+    EachOption, BroadcasterRefusedRawOption,
+    ::testing::Values(RefusedRawOption{"Broadcast", SOL_SOCKET, SO_BROADCAST, EACCES,
+                                       "Error setting socket broadcast option: 13\n", 0},
+                      RefusedRawOption{"HeaderIncluded", IPPROTO_IP, IP_HDRINCL, EPERM,
+                                       "Error setting socket hdrincl option: 1\n", 1}),
+    [](const ::testing::TestParamInfo<RefusedRawOption>& row) { return row.param.name; });
 
 TEST(BroadcasterSendRaw, EachFailedSendCostsOneMoreDescriptor) {
     SKIP_IF_DEVICE_EXISTS("zzz9");
