@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The fuzzing stage of the test command: builds every fuzz target and runs each for 60 s on
-# its seed corpus, two at a time, and fails on any finding. About three and a half minutes on
+# its seed corpus, two at a time, and fails on any finding. About four and a half minutes on
 # two cores once the targets are built.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -8,6 +8,7 @@
 
 #include "FuzzCheck.hpp"
 #include "settings/Settings.hpp"
+#include "wire/MessageFormat.hpp"
 #include "wire/Validators.hpp"
 
 namespace {
