@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "TestSupport.hpp"
@@ -13,37 +14,79 @@ using test::TempDir;
 
 constexpr ControllerType kOutOfRange = static_cast<ControllerType>(7);
 
-TEST(UsableAnswer, AnErrorMarkerAnywhereMakesItUnusable) {
-    EXPECT_FALSE(isUsableAnswer("ERROR::popen"));
-    EXPECT_FALSE(isUsableAnswer("ERROR::x"));
-    EXPECT_FALSE(isUsableAnswer("value ERROR:: later"));
-    EXPECT_FALSE(isUsableAnswer("10.0.0.1ERROR::"));
+// Each row of a table names its own test.
+template <typename Case>
+std::string caseName(const ::testing::TestParamInfo<Case>& param) {
+    return param.param.name;
 }
 
-TEST(UsableAnswer, EverythingElseIsUsable) {
-    EXPECT_TRUE(isUsableAnswer(""));
-    EXPECT_TRUE(isUsableAnswer("10.0.0.1"));
-    EXPECT_TRUE(isUsableAnswer("ERROR:"));
-    EXPECT_TRUE(isUsableAnswer("ERROR: x"));
-    EXPECT_TRUE(isUsableAnswer("error::x"));
-    EXPECT_TRUE(isUsableAnswer("ERROR: :x"));
+struct UsableAnswerCase {
+    const char* name;
+    const char* answer;
+    bool usable;
+};
+
+void PrintTo(const UsableAnswerCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(ControllerTypeFromSdk, ExactWordsNameThePlatforms) {
-    EXPECT_EQ(controllerTypeFromSdk("imx"), ControllerType::Imx);
-    EXPECT_EQ(controllerTypeFromSdk("qmt"), ControllerType::Qmt);
-    EXPECT_EQ(controllerTypeFromSdk("arm9"), ControllerType::Arm9);
+const UsableAnswerCase kUsableAnswerCases[] = {
+    // An error marker anywhere makes an answer unusable.
+    {"ShellFailureIsUnusable", "ERROR::popen", false},
+    {"ErrorMarkerFirstIsUnusable", "ERROR::x", false},
+    {"ErrorMarkerInTheMiddleIsUnusable", "value ERROR:: later", false},
+    {"ErrorMarkerLastIsUnusable", "10.0.0.1ERROR::", false},
+    // Everything else is usable.
+    {"EmptyAnswerIsUsable", "", true},
+    {"AddressIsUsable", "10.0.0.1", true},
+    {"SingleColonIsUsable", "ERROR:", true},
+    {"SingleColonAndTextIsUsable", "ERROR: x", true},
+    {"LowerCaseMarkerIsUsable", "error::x", true},
+    {"SeparatedColonsAreUsable", "ERROR: :x", true},
+};
+
+class UsableAnswer : public ::testing::TestWithParam<UsableAnswerCase> {};
+
+TEST_P(UsableAnswer, IsUsableOrNot) {
+    EXPECT_EQ(isUsableAnswer(GetParam().answer), GetParam().usable);
 }
 
-TEST(ControllerTypeFromSdk, AnythingElseIsGeneric) {
-    EXPECT_EQ(controllerTypeFromSdk("imx2"), ControllerType::Generic);
-    EXPECT_EQ(controllerTypeFromSdk("IMX"), ControllerType::Generic);
-    EXPECT_EQ(controllerTypeFromSdk("imx\n"), ControllerType::Generic);
-    EXPECT_EQ(controllerTypeFromSdk(" qmt"), ControllerType::Generic);
-    EXPECT_EQ(controllerTypeFromSdk("arm"), ControllerType::Generic);
-    EXPECT_EQ(controllerTypeFromSdk(""), ControllerType::Generic);
-    EXPECT_EQ(controllerTypeFromSdk("generic"), ControllerType::Generic);
+INSTANTIATE_TEST_SUITE_P(IsUsableAnswer, UsableAnswer, ::testing::ValuesIn(kUsableAnswerCases),
+                         caseName<UsableAnswerCase>);
+
+struct SdkCase {
+    const char* name;
+    const char* answer;
+    ControllerType type;
+};
+
+void PrintTo(const SdkCase& row, std::ostream* out) {
+    *out << row.name;
 }
+
+const SdkCase kSdkCases[] = {
+    // Exact words name the platforms.
+    {"ImxNamesImx", "imx", ControllerType::Imx},
+    {"QmtNamesQmt", "qmt", ControllerType::Qmt},
+    {"Arm9NamesArm9", "arm9", ControllerType::Arm9},
+    // Anything else is generic.
+    {"LongerWordIsGeneric", "imx2", ControllerType::Generic},
+    {"UpperCaseWordIsGeneric", "IMX", ControllerType::Generic},
+    {"TrailingLineFeedIsGeneric", "imx\n", ControllerType::Generic},
+    {"LeadingBlankIsGeneric", " qmt", ControllerType::Generic},
+    {"ShorterWordIsGeneric", "arm", ControllerType::Generic},
+    {"EmptyAnswerIsGeneric", "", ControllerType::Generic},
+    {"GenericIsGeneric", "generic", ControllerType::Generic},
+};
+
+class SdkAnswer : public ::testing::TestWithParam<SdkCase> {};
+
+TEST_P(SdkAnswer, NamesThePlatform) {
+    EXPECT_EQ(controllerTypeFromSdk(GetParam().answer), GetParam().type);
+}
+
+INSTANTIATE_TEST_SUITE_P(ControllerTypeFromSdk, SdkAnswer, ::testing::ValuesIn(kSdkCases),
+                         caseName<SdkCase>);
 
 TEST(ControllerTypeNumbers, AreFixed) {
     EXPECT_EQ(static_cast<int>(ControllerType::Unknown), 0);
@@ -53,17 +96,35 @@ TEST(ControllerTypeNumbers, AreFixed) {
     EXPECT_EQ(static_cast<int>(ControllerType::Qmt), 4);
 }
 
-TEST(WithInterface, TheDefaultBridgeAddsNothing) {
-    EXPECT_EQ(withInterface("tarnsetup getmacaddr", "br0"), "tarnsetup getmacaddr");
+struct InterfaceCase {
+    const char* name;
+    const char* query;
+    const char* interfaceName;
+    const char* command;
+};
+
+void PrintTo(const InterfaceCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(WithInterface, AnyOtherInterfaceIsAppendedAfterABlank) {
-    EXPECT_EQ(withInterface("tarnsetup getmacaddr", "eth1"), "tarnsetup getmacaddr eth1");
-    EXPECT_EQ(withInterface("tarnsetup getipaddr", "eth0"), "tarnsetup getipaddr eth0");
-    EXPECT_EQ(withInterface("tarnsetup getipscheme", "br01"), "tarnsetup getipscheme br01");
-    EXPECT_EQ(withInterface("tarnsetup getipscheme", "BR0"), "tarnsetup getipscheme BR0");
-    EXPECT_EQ(withInterface("tarnsetup getipscheme", ""), "tarnsetup getipscheme ");
+const InterfaceCase kInterfaceCases[] = {
+    {"TheDefaultBridgeAddsNothing", "tarnsetup getmacaddr", "br0", "tarnsetup getmacaddr"},
+    // Any other interface is appended after a blank.
+    {"Eth1IsAppended", "tarnsetup getmacaddr", "eth1", "tarnsetup getmacaddr eth1"},
+    {"Eth0IsAppended", "tarnsetup getipaddr", "eth0", "tarnsetup getipaddr eth0"},
+    {"LongerBridgeNameIsAppended", "tarnsetup getipscheme", "br01", "tarnsetup getipscheme br01"},
+    {"UpperCaseBridgeNameIsAppended", "tarnsetup getipscheme", "BR0", "tarnsetup getipscheme BR0"},
+    {"EmptyNameIsAppended", "tarnsetup getipscheme", "", "tarnsetup getipscheme "},
+};
+
+class InterfaceQuery : public ::testing::TestWithParam<InterfaceCase> {};
+
+TEST_P(InterfaceQuery, IsTheExactCommand) {
+    EXPECT_EQ(withInterface(GetParam().query, GetParam().interfaceName), GetParam().command);
 }
+
+INSTANTIATE_TEST_SUITE_P(WithInterface, InterfaceQuery, ::testing::ValuesIn(kInterfaceCases),
+                         caseName<InterfaceCase>);
 
 TEST(PublicResolver, TheFourAddressesAreRecognisedExactly) {
     EXPECT_TRUE(isPublicResolver("1.1.1.1"));
@@ -155,136 +216,134 @@ TEST(MeansSynchronised, AUsableNonEmptyAnswer) {
     EXPECT_FALSE(meansSynchronised("ERROR::popen"));
 }
 
-TEST(SdUsageFromAnswer, NoOnImxMeansNotAvailable) {
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Imx, "No"), "n/a");
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Imx, "None"), "n/a");
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Imx, "SdNo"), "n/a");
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Imx, "no"), "no");  // case as written
+struct SdUsageCase {
+    const char* name;
+    ControllerType type;
+    const char* answer;
+    const char* usage;
+};
+
+void PrintTo(const SdUsageCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(SdUsageFromAnswer, AUsableNonEmptyAnswerIsTaken) {
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Imx, "37%"), "37%");
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Arm9, "42%"), "42%");
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Generic, "5%"), "5%");
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Unknown, "100%"), "100%");
+const SdUsageCase kSdUsageCases[] = {
+    // "No" on imx means not available.
+    {"NoOnImxIsNotAvailable", ControllerType::Imx, "No", "n/a"},
+    {"NoneOnImxIsNotAvailable", ControllerType::Imx, "None", "n/a"},
+    {"SdNoOnImxIsNotAvailable", ControllerType::Imx, "SdNo", "n/a"},
+    {"LowerCaseNoOnImxIsTaken", ControllerType::Imx, "no", "no"},  // case as written
+    // A usable non-empty answer is taken.
+    {"ImxAnswerIsTaken", ControllerType::Imx, "37%", "37%"},
+    {"Arm9AnswerIsTaken", ControllerType::Arm9, "42%", "42%"},
+    {"GenericAnswerIsTaken", ControllerType::Generic, "5%", "5%"},
+    {"UnknownAnswerIsTaken", ControllerType::Unknown, "100%", "100%"},
     // Only the imx tool's answer is searched for "No".
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Arm9, "No"), "No");
+    {"NoOnArm9IsTaken", ControllerType::Arm9, "No", "No"},
+    // An empty or unusable answer is not available.
+    {"EmptyOnImxIsNotAvailable", ControllerType::Imx, "", "n/a"},
+    {"EmptyOnArm9IsNotAvailable", ControllerType::Arm9, "", "n/a"},
+    {"ShellFailureOnGenericIsNotAvailable", ControllerType::Generic, "ERROR::popen", "n/a"},
+    {"ErrorMarkerOnImxIsNotAvailable", ControllerType::Imx, "ERROR::x", "n/a"},
+};
+
+class SdUsage : public ::testing::TestWithParam<SdUsageCase> {};
+
+TEST_P(SdUsage, IsTheAnswerOrNotAvailable) {
+    EXPECT_EQ(sdUsageFromAnswer(GetParam().type, GetParam().answer), GetParam().usage);
 }
 
-TEST(SdUsageFromAnswer, EmptyOrUnusableIsNotAvailable) {
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Imx, ""), "n/a");
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Arm9, ""), "n/a");
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Generic, "ERROR::popen"), "n/a");
-    EXPECT_EQ(sdUsageFromAnswer(ControllerType::Imx, "ERROR::x"), "n/a");
-}
+INSTANTIATE_TEST_SUITE_P(SdUsageFromAnswer, SdUsage, ::testing::ValuesIn(kSdUsageCases),
+                         caseName<SdUsageCase>);
 
 // --- Display time ------------------------------------------------------------------------
 
-TEST(DisplayTime, SecondsShownAsLocalTimeInUtc) {
-    const ScopedEnvironmentVariable zone("TZ", "UTC");
-    std::string shown = "unchanged";
-    EXPECT_TRUE(displayTimeFromSeconds("1700000000", shown));
-    EXPECT_EQ(shown, "20231114221320");
-    EXPECT_TRUE(displayTimeFromSeconds("0", shown));
-    EXPECT_EQ(shown, "19700101000000");
+// Each answer is read in the row's time zone into a display time that was "unchanged".
+struct DisplayTimeCase {
+    const char* name;
+    const char* zone;
+    const char* seconds;
+    bool read;
+    const char* shown;
+};
+
+void PrintTo(const DisplayTimeCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(DisplayTime, UsesTheProcessTimeZone) {
-    const ScopedEnvironmentVariable zone("TZ", "EET-2");
-    std::string shown;
-    EXPECT_TRUE(displayTimeFromSeconds("1700000000", shown));
-    EXPECT_EQ(shown, "20231115001320");
-}
-
-TEST(DisplayTime, ReadsTheNumberAsStrtolDoes) {
-    const ScopedEnvironmentVariable zone("TZ", "UTC");
-    std::string shown;
-    EXPECT_TRUE(displayTimeFromSeconds("  -5", shown));
-    EXPECT_EQ(shown, "19691231235955");
-    EXPECT_TRUE(displayTimeFromSeconds("\t+1700000000", shown));
-    EXPECT_EQ(shown, "20231114221320");
-    EXPECT_TRUE(displayTimeFromSeconds("1700000000abc", shown));
-    EXPECT_EQ(shown, "20231114221320");
-    EXPECT_TRUE(displayTimeFromSeconds("0x10", shown));  // base 10: the 0 only
-    EXPECT_EQ(shown, "19700101000000");
-}
-
-TEST(DisplayTime, NoDigitsMeansNoValue) {
-    const ScopedEnvironmentVariable zone("TZ", "UTC");
-    std::string shown = "unchanged";
-    EXPECT_FALSE(displayTimeFromSeconds("abc", shown));
-    EXPECT_FALSE(displayTimeFromSeconds("", shown));
-    EXPECT_FALSE(displayTimeFromSeconds("  ", shown));
-    EXPECT_FALSE(displayTimeFromSeconds("-", shown));
-    EXPECT_FALSE(displayTimeFromSeconds("ERROR::popen", shown));
-    EXPECT_EQ(shown, "unchanged");
-}
-
-TEST(DisplayTime, OutOfRangeMeansNoValue) {
-    const ScopedEnvironmentVariable zone("TZ", "UTC");
-    std::string shown = "unchanged";
-    EXPECT_FALSE(displayTimeFromSeconds("99999999999999999999", shown));
-    EXPECT_FALSE(displayTimeFromSeconds("-99999999999999999999", shown));
-    EXPECT_EQ(shown, "unchanged");
-}
-
-TEST(DisplayTime, ACountTheCalendarCannotHoldMeansNoValue) {
+const DisplayTimeCase kDisplayTimeCases[] = {
+    // Seconds are shown as local time, here in UTC.
+    {"SecondsShownAsLocalTimeInUtc", "UTC", "1700000000", true, "20231114221320"},
+    {"ZeroShownAsLocalTimeInUtc", "UTC", "0", true, "19700101000000"},
+    {"UsesTheProcessTimeZone", "EET-2", "1700000000", true, "20231115001320"},
+    // The number is read as strtol reads it.
+    {"LeadingBlanksAndAMinusSign", "UTC", "  -5", true, "19691231235955"},
+    {"LeadingTabAndAPlusSign", "UTC", "\t+1700000000", true, "20231114221320"},
+    {"TrailingLetters", "UTC", "1700000000abc", true, "20231114221320"},
+    {"HexadecimalPrefix", "UTC", "0x10", true, "19700101000000"},  // base 10: the 0 only
+    // No digits means no value.
+    {"LettersGiveNoValue", "UTC", "abc", false, "unchanged"},
+    {"EmptyAnswerGivesNoValue", "UTC", "", false, "unchanged"},
+    {"BlanksGiveNoValue", "UTC", "  ", false, "unchanged"},
+    {"LoneMinusSignGivesNoValue", "UTC", "-", false, "unchanged"},
+    {"ShellFailureGivesNoValue", "UTC", "ERROR::popen", false, "unchanged"},
+    // Out of range means no value.
+    {"TooLargeGivesNoValue", "UTC", "99999999999999999999", false, "unchanged"},
+    {"TooSmallGivesNoValue", "UTC", "-99999999999999999999", false, "unchanged"},
     // Fits a long, but its year does not fit the calendar's int: localtime_r fails.
-    const ScopedEnvironmentVariable zone("TZ", "UTC");
+    {"ACountTheCalendarCannotHoldMeansNoValue", "UTC", "9223372036854775807", false, "unchanged"},
+};
+
+class DisplayTime : public ::testing::TestWithParam<DisplayTimeCase> {};
+
+TEST_P(DisplayTime, IsShownOrLeftUnchanged) {
+    const ScopedEnvironmentVariable zone("TZ", GetParam().zone);
     std::string shown = "unchanged";
-    EXPECT_FALSE(displayTimeFromSeconds("9223372036854775807", shown));
-    EXPECT_EQ(shown, "unchanged");
+    EXPECT_EQ(displayTimeFromSeconds(GetParam().seconds, shown), GetParam().read);
+    EXPECT_EQ(shown, GetParam().shown);
 }
+
+INSTANTIATE_TEST_SUITE_P(DisplayTimeFromSeconds, DisplayTime,
+                         ::testing::ValuesIn(kDisplayTimeCases), caseName<DisplayTimeCase>);
 
 // --- Status files ------------------------------------------------------------------------
 
-TEST(ReadFirstLine, TakesTheFirstLineWithoutItsLineFeed) {
+// Each file is read into a line that was "old"; a row without content has no file at all.
+struct FirstLineCase {
+    const char* name;
+    const char* file;
+    const char* content;
+    bool read;
+    const char* line;
+};
+
+void PrintTo(const FirstLineCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
+const FirstLineCase kFirstLineCases[] = {
+    {"TakesTheFirstLineWithoutItsLineFeed", "controller", "hall-3\nsecond\n", true, "hall-3"},
+    {"KeepsACarriageReturnAndTabs", "housenames", "north\tsouth\r\nwest\n", true, "north\tsouth\r"},
+    {"AFileWithoutLineFeedIsOneLine", "controller", "no end", true, "no end"},
+    {"AnEmptyFileGivesTheEmptyText", "controller", "", true, ""},
+    {"AnEmptyFirstLineGivesTheEmptyText", "controller", "\nsecond\n", true, ""},
+    {"AMissingFileLeavesTheValueAlone", "missing", nullptr, false, "old"},
+};
+
+class FirstLine : public ::testing::TestWithParam<FirstLineCase> {};
+
+TEST_P(FirstLine, IsReadOrLeftAlone) {
     const TempDir dir;
-    const std::string path = dir.writeFile("controller", "hall-3\nsecond\n");
+    const std::string path = GetParam().content != nullptr
+                                 ? dir.writeFile(GetParam().file, GetParam().content)
+                                 : dir.path() + "/" + GetParam().file;
     std::string line = "old";
-    EXPECT_TRUE(readFirstLine(path.c_str(), line));
-    EXPECT_EQ(line, "hall-3");
+    EXPECT_EQ(readFirstLine(path.c_str(), line), GetParam().read);
+    EXPECT_EQ(line, GetParam().line);
 }
 
-TEST(ReadFirstLine, KeepsACarriageReturnAndTabs) {
-    const TempDir dir;
-    const std::string path = dir.writeFile("housenames", "north\tsouth\r\nwest\n");
-    std::string line;
-    EXPECT_TRUE(readFirstLine(path.c_str(), line));
-    EXPECT_EQ(line, "north\tsouth\r");
-}
-
-TEST(ReadFirstLine, AFileWithoutLineFeedIsOneLine) {
-    const TempDir dir;
-    const std::string path = dir.writeFile("controller", "no end");
-    std::string line;
-    EXPECT_TRUE(readFirstLine(path.c_str(), line));
-    EXPECT_EQ(line, "no end");
-}
-
-TEST(ReadFirstLine, AnEmptyFileGivesTheEmptyText) {
-    const TempDir dir;
-    const std::string path = dir.writeFile("controller", "");
-    std::string line = "old";
-    EXPECT_TRUE(readFirstLine(path.c_str(), line));
-    EXPECT_EQ(line, "");
-}
-
-TEST(ReadFirstLine, AnEmptyFirstLineGivesTheEmptyText) {
-    const TempDir dir;
-    const std::string path = dir.writeFile("controller", "\nsecond\n");
-    std::string line = "old";
-    EXPECT_TRUE(readFirstLine(path.c_str(), line));
-    EXPECT_EQ(line, "");
-}
-
-TEST(ReadFirstLine, AMissingFileLeavesTheValueAlone) {
-    const TempDir dir;
-    const std::string path = dir.path() + "/missing";
-    std::string line = "old";
-    EXPECT_FALSE(readFirstLine(path.c_str(), line));
-    EXPECT_EQ(line, "old");
-}
+INSTANTIATE_TEST_SUITE_P(ReadFirstLine, FirstLine, ::testing::ValuesIn(kFirstLineCases),
+                         caseName<FirstLineCase>);
 
 }  // namespace
 }  // namespace lcfd
