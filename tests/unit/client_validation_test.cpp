@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <ostream>
+#include <string>
+
 #include "client/Validation.hpp"
 
 namespace {
@@ -43,21 +46,42 @@ TEST(AssignmentArgument, TakesEveryAssignableKeyWithAGoodValue) {
     }
 }
 
-TEST(AssignmentArgument, ExplainsWhatIsWrong) {
-    EXPECT_EQ(problemWith("ip"), "expected key=value, got 'ip'");
-    EXPECT_EQ(problemWith("hostname=box"),
-              "unknown key 'hostname' (assignable: ip, netmask, gateway, ipscheme, ntpip, "
-              "syslogip, nameserver, utcclock)");
-    EXPECT_EQ(problemWith("ip=300.1.1.1"), "invalid IPv4 address for ip: '300.1.1.1'");
-    EXPECT_EQ(problemWith("gateway=10.0.0"), "invalid IPv4 address for gateway: '10.0.0'");
-    EXPECT_EQ(problemWith("ntpip=10.0.0.1;reboot"),
-              "invalid IPv4 address for ntpip: '10.0.0.1;reboot'");
-    EXPECT_EQ(problemWith("ipscheme=dhcp"), "ipscheme must be STATIC or DHCP, got 'dhcp'");
-    EXPECT_EQ(problemWith("utcclock=2023111512304"),
-              "utcclock must be 14 digits YYYYMMDDhhmmss, got '2023111512304'");
-    EXPECT_EQ(problemWith("utcclock=2023-11-15T123"),
-              "utcclock must be 14 digits YYYYMMDDhhmmss, got '2023-11-15T123'");
+struct ProblemCase {
+    const char* name;
+    const char* argument;
+    const char* problem;
+};
+
+void PrintTo(const ProblemCase& row, std::ostream* out) {
+    *out << row.name;
 }
+
+const ProblemCase kProblemCases[] = {
+    {"MissingEqualsSign", "ip", "expected key=value, got 'ip'"},
+    {"UnknownKey", "hostname=box",
+     "unknown key 'hostname' (assignable: ip, netmask, gateway, ipscheme, ntpip, "
+     "syslogip, nameserver, utcclock)"},
+    {"AddressPartAbove255", "ip=300.1.1.1", "invalid IPv4 address for ip: '300.1.1.1'"},
+    {"AddressOfThreeParts", "gateway=10.0.0", "invalid IPv4 address for gateway: '10.0.0'"},
+    {"AddressWithACommandAfterIt", "ntpip=10.0.0.1;reboot",
+     "invalid IPv4 address for ntpip: '10.0.0.1;reboot'"},
+    {"LowerCaseScheme", "ipscheme=dhcp", "ipscheme must be STATIC or DHCP, got 'dhcp'"},
+    {"ClockOfThirteenDigits", "utcclock=2023111512304",
+     "utcclock must be 14 digits YYYYMMDDhhmmss, got '2023111512304'"},
+    {"ClockWithSeparators", "utcclock=2023-11-15T123",
+     "utcclock must be 14 digits YYYYMMDDhhmmss, got '2023-11-15T123'"},
+};
+
+class AssignmentProblem : public testing::TestWithParam<ProblemCase> {};
+
+TEST_P(AssignmentProblem, IsExplained) {
+    EXPECT_EQ(problemWith(GetParam().argument), GetParam().problem);
+}
+
+INSTANTIATE_TEST_SUITE_P(AssignmentArgument, AssignmentProblem, testing::ValuesIn(kProblemCases),
+                         [](const testing::TestParamInfo<ProblemCase>& param) {
+                             return std::string(param.param.name);
+                         });
 
 TEST(UncheckedAssignment, PassesAnyKeyAndValueOn) {
     const std::vector<std::pair<std::string, Assignment>> sent = {
