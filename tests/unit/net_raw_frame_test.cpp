@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -74,60 +75,91 @@ bool isLittleEndian() {
 
 // ---- checksum ----
 
-TEST(Checksum, ZeroUnitsGiveAllOnes) {
-    const std::uint16_t words[2] = {0x1234, 0x5678};
-    EXPECT_EQ(checksum(words, 0), 0xFFFF);
-    EXPECT_EQ(checksum(nullptr, 0), 0xFFFF);
+// The routine is handed the row's units and count; a row without units hands it no buffer.
+struct ChecksumCase {
+    const char* name;
+    std::vector<std::uint16_t> words;
+    std::int32_t count;
+    std::uint16_t checksum;
+};
+
+void PrintTo(const ChecksumCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(Checksum, NegativeCountGivesAllOnes) {
-    const std::uint16_t words[2] = {0x1234, 0x5678};
-    EXPECT_EQ(checksum(words, -1), 0xFFFF);
-    EXPECT_EQ(checksum(words, std::numeric_limits<std::int32_t>::min()), 0xFFFF);
+const ChecksumCase kChecksumCases[] = {
+    // Zero units give all ones.
+    {"ZeroUnitsGiveAllOnes", {0x1234, 0x5678}, 0, 0xFFFF},
+    {"ZeroUnitsOfNoBufferGiveAllOnes", {}, 0, 0xFFFF},
+    // A negative count gives all ones.
+    {"CountOfMinusOneGivesAllOnes", {0x1234, 0x5678}, -1, 0xFFFF},
+    {"SmallestCountGivesAllOnes",
+     {0x1234, 0x5678},
+     std::numeric_limits<std::int32_t>::min(),
+     0xFFFF},
+    {"SingleUnitIsItsComplement", {0x1234}, 1, 0xEDCB},
+    {"AllZeroUnitsGiveAllOnes", {0, 0, 0, 0}, 4, 0xFFFF},
+    {"OnlyTheCountedUnitsAreSummed",
+     {0x1000, 0x0200, 0x7777},
+     2,
+     static_cast<std::uint16_t>(~0x1200)},
+    // A carry out of sixteen bits is folded back in.
+    {"OnePlusCarryFoldsToOne", {0xFFFF, 0x0001}, 2, 0xFFFE},   // 0x10000 folds to 0x0001
+    {"TwoAllOnesFoldToAllOnes", {0xFFFF, 0xFFFF}, 2, 0x0000},  // 0x1FFFE folds to 0xFFFF
+    // Here the first fold itself overflows 16 bits, and only the second fold brings it back.
+    {"SecondFoldCatchesTheCarry", {0xFFFF, 0xFFFF, 0xFFFF, 0x0002}, 4, 0xFFFD},  // 0x2FFFF
+};
+
+class ChecksumOfUnits : public ::testing::TestWithParam<ChecksumCase> {};
+
+TEST_P(ChecksumOfUnits, IsTheComplementOfTheFoldedSum) {
+    const ChecksumCase& row = GetParam();
+    EXPECT_EQ(checksum(row.words.empty() ? nullptr : row.words.data(), row.count), row.checksum);
 }
 
-TEST(Checksum, SingleUnitIsItsComplement) {
-    const std::uint16_t word = 0x1234;
-    EXPECT_EQ(checksum(&word, 1), 0xEDCB);
+INSTANTIATE_TEST_SUITE_P(Checksum, ChecksumOfUnits, ::testing::ValuesIn(kChecksumCases),
+                         [](const ::testing::TestParamInfo<ChecksumCase>& param) {
+                             return std::string(param.param.name);
+                         });
+
+// Known byte strings: the reference routine must give their checksum, and the daemon's
+// routine, stored back in memory, its byte pair.
+struct KnownBytesCase {
+    const char* name;
+    std::vector<std::uint8_t> bytes;
+    std::uint16_t reference;
+    std::vector<std::uint8_t> pair;
+};
+
+void PrintTo(const KnownBytesCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST(Checksum, AllZeroUnitsGiveAllOnes) {
-    const std::uint16_t words[4] = {0, 0, 0, 0};
-    EXPECT_EQ(checksum(words, 4), 0xFFFF);
+const KnownBytesCase kKnownBytesCases[] = {
+    // The worked example of the usual description of the Internet checksum.
+    {"WorkedExampleGivesItsKnownBytePair",
+     {0x00, 0x01, 0xF2, 0x03, 0xF4, 0xF5, 0xF6, 0xF7},
+     0x220D,
+     {0x22, 0x0D}},
+    {"ClassicIpv4HeaderGivesItsKnownBytePair",
+     {0x45, 0x00, 0x00, 0x73, 0x00, 0x00, 0x40, 0x00, 0x40, 0x11,
+      0x00, 0x00, 0xC0, 0xA8, 0x00, 0x01, 0xC0, 0xA8, 0x00, 0xC7},
+     0xB861,
+     {0xB8, 0x61}},
+};
+
+class ChecksumOfKnownBytes : public ::testing::TestWithParam<KnownBytesCase> {};
+
+TEST_P(ChecksumOfKnownBytes, IsItsKnownBytePair) {
+    const KnownBytesCase& row = GetParam();
+    ASSERT_EQ(referenceChecksum(row.bytes.data(), row.bytes.size()), row.reference);
+    EXPECT_EQ(checksumBytes(row.bytes), row.pair);
 }
 
-// The worked example of the usual description of the Internet checksum.
-TEST(Checksum, WorkedExampleGivesItsKnownBytePair) {
-    const std::vector<std::uint8_t> data = {0x00, 0x01, 0xF2, 0x03, 0xF4, 0xF5, 0xF6, 0xF7};
-    ASSERT_EQ(referenceChecksum(data.data(), data.size()), 0x220D);
-    EXPECT_EQ(checksumBytes(data), (std::vector<std::uint8_t>{0x22, 0x0D}));
-}
-
-TEST(Checksum, ClassicIpv4HeaderGivesItsKnownBytePair) {
-    const std::vector<std::uint8_t> header = {0x45, 0x00, 0x00, 0x73, 0x00, 0x00, 0x40,
-                                              0x00, 0x40, 0x11, 0x00, 0x00, 0xC0, 0xA8,
-                                              0x00, 0x01, 0xC0, 0xA8, 0x00, 0xC7};
-    ASSERT_EQ(referenceChecksum(header.data(), header.size()), 0xB861);
-    EXPECT_EQ(checksumBytes(header), (std::vector<std::uint8_t>{0xB8, 0x61}));
-}
-
-TEST(Checksum, OnlyTheCountedUnitsAreSummed) {
-    const std::uint16_t words[3] = {0x1000, 0x0200, 0x7777};
-    EXPECT_EQ(checksum(words, 2), static_cast<std::uint16_t>(~0x1200));
-}
-
-TEST(Checksum, CarryOutOfSixteenBitsIsFoldedBackIn) {
-    const std::uint16_t onePlusCarry[2] = {0xFFFF, 0x0001};  // 0x10000 folds to 0x0001
-    EXPECT_EQ(checksum(onePlusCarry, 2), 0xFFFE);
-    const std::uint16_t twoAllOnes[2] = {0xFFFF, 0xFFFF};  // 0x1FFFE folds to 0xFFFF
-    EXPECT_EQ(checksum(twoAllOnes, 2), 0x0000);
-}
-
-// Here the first fold itself overflows 16 bits, and only the second fold brings it back.
-TEST(Checksum, SecondFoldCatchesTheCarryOfTheFirst) {
-    const std::uint16_t words[4] = {0xFFFF, 0xFFFF, 0xFFFF, 0x0002};  // 0x2FFFF
-    EXPECT_EQ(checksum(words, 4), 0xFFFD);
-}
+INSTANTIATE_TEST_SUITE_P(Checksum, ChecksumOfKnownBytes, ::testing::ValuesIn(kKnownBytesCases),
+                         [](const ::testing::TestParamInfo<KnownBytesCase>& param) {
+                             return std::string(param.param.name);
+                         });
 
 TEST(Checksum, LongRunAgreesWithTheReference) {
     std::vector<std::uint8_t> data(4000);
