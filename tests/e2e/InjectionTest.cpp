@@ -171,8 +171,21 @@ TEST_F(Injection, NoValueFromTheNetworkReachesAShell) {
         }
     }
 
+    // Each controller reads the device before each answer, one request after another: the
+    // busiest one answers last, after as many readings as it was sent requests, each allowed
+    // the slowest reading a board may take.
+    std::map<int, int> requestsPerController;
+    for (const auto& r : requests) {
+        ++requestsPerController[r.target];
+    }
+    int busiest = 0;
+    for (const auto& [target, sent] : requestsPerController) {
+        busiest = target != 0 ? std::max(busiest, sent) : busiest;
+    }
+    constexpr double kSlowestReadingSeconds = 6.0;
     std::vector<std::string> replies;
-    for (const auto& d : tool().receiveMany(expectedReplies.size(), Seconds(30))) {
+    for (const auto& d :
+         tool().receiveMany(expectedReplies.size(), Seconds(busiest * kSlowestReadingSeconds))) {
         replies.push_back(d.data);
     }
     std::sort(replies.begin(), replies.end());
