@@ -47,6 +47,9 @@ Settings::Settings(DeviceShell& deviceShell)
 
 Settings::~Settings() = default;
 
+// The shell is not copied: a record, and the snapshot taken from it, keep the device they
+// were made with.
+// cppcheck-suppress operatorEqVarError
 Settings& Settings::operator=(const Settings& other) {
     if (this == &other) {
         return *this;

@@ -760,14 +760,14 @@ Session::Session(std::string platform, std::string interfaceFile, std::string in
     : platform_(std::move(platform)),
       interfaceFile_(std::move(interfaceFile)),
       interface_(std::move(interface)),
-      hasFile_(!interfaceFile_.empty() || interface_ != "br0") {}
+      hasFile_(!interfaceFile_.empty() || interface_ != lcfd::kDefaultInterface) {}
 
 Session Session::forBoard(const std::string& board) {
-    const std::string platform = board.substr(0, board.find(','));
+    const std::string boardPlatform = board.substr(0, board.find(','));
     if (board.find(",iface=eth0") != std::string::npos) {
-        return Session(platform, "eth0", "eth0");
+        return Session(boardPlatform, "eth0", "eth0");
     }
-    return Session(platform);
+    return Session(boardPlatform);
 }
 
 void Session::info(const std::string& message) {

@@ -127,7 +127,7 @@ TEST_F(Robustness, FloodOfDatagramsNotForThisController) {
     ASSERT_TRUE(queueAfter.has_value());
     const std::size_t dropped = queueAfter->drops - queueBefore->drops;
     const std::string out = readFile(stdoutPath);
-    const std::size_t traced = countOf(out, "\n" + kToolTrace);
+    const std::size_t tracedCount = countOf(out, "\n" + kToolTrace);
     const std::size_t fdAfter = openDescriptors(pid);
     const auto rssAfter = residentKiB(pid);
     ASSERT_TRUE(rssAfter.has_value());
@@ -135,9 +135,9 @@ TEST_F(Robustness, FloodOfDatagramsNotForThisController) {
         "flood: %zu datagrams sent (%zu broadcast), %zu traced (%zu understood), %zu dropped, "
         "fd %zu -> %zu, "
         "VmRSS %ld -> %ld KiB, %.1f s, stdout %zu bytes\n",
-        sent, broadcasts, traced, countOf(out, kToolTrace + "understood"), dropped, fdBefore,
+        sent, broadcasts, tracedCount, countOf(out, kToolTrace + "understood"), dropped, fdBefore,
         fdAfter, *rssBefore, *rssAfter, seconds, out.size());
-    EXPECT_EQ(traced + dropped, kCount);
+    EXPECT_EQ(tracedCount + dropped, kCount);
     EXPECT_EQ(fdAfter, fdBefore);
 #if defined(__SANITIZE_ADDRESS__)
     // AddressSanitizer keeps freed memory in quarantine, so the resident size of an
@@ -146,7 +146,7 @@ TEST_F(Robustness, FloodOfDatagramsNotForThisController) {
     EXPECT_LE(*rssAfter, *rssBefore + 64);
 #endif
     // Every trace names the tool side: the daemon sent nothing that came back.
-    EXPECT_EQ(countOf(out, "] Message "), traced);
+    EXPECT_EQ(countOf(out, "] Message "), tracedCount);
     // The last hundred datagrams are echoed (cut to 512 bytes) and traced in
     // the order sent.
     std::size_t at = out.size() > 100UL * 700 ? out.size() - 100UL * 700 : 0;
