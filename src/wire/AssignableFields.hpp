@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "wire/Message.hpp"
+#include "wire/Protocol.hpp"
 
 namespace lcfd {
 
@@ -28,7 +29,20 @@ struct AssignableField {
 
 constexpr std::size_t kAssignableFieldCount = 8;
 
-// Every assignable key, in the order the daemon applies them and lcf sends them.
+// Every assignable key, in the order the daemon applies them and lcf sends them. Defined here,
+// so that every datagram's lookups compare against texts the compiler knows.
+inline constexpr std::array<AssignableField, kAssignableFieldCount> kAssignableFields = {{
+    {AssignableKey::Ip, key::kIp, AssignableValue::Address, &Message::ip},
+    {AssignableKey::Netmask, key::kNetmask, AssignableValue::Address, &Message::netmask},
+    {AssignableKey::Gateway, key::kGateway, AssignableValue::Address, &Message::gateway},
+    {AssignableKey::IpScheme, key::kIpScheme, AssignableValue::Scheme, &Message::ipscheme},
+    {AssignableKey::NtpIp, key::kNtpIp, AssignableValue::Address, &Message::ntpip},
+    {AssignableKey::SyslogIp, key::kSyslogIp, AssignableValue::Address, &Message::syslogip},
+    {AssignableKey::Nameserver, key::kNameserver, AssignableValue::Address, &Message::nameserver},
+    {AssignableKey::UtcClock, key::kUtcClock, AssignableValue::Clock, &Message::utcclock},
+}};
+
+// The same table, for callers that take it by reference.
 const std::array<AssignableField, kAssignableFieldCount>& assignableFields();
 
 // The entry for `key` (whole word, case-sensitive), or nullptr.

@@ -8,7 +8,7 @@ void Message::reset() {
     for (std::string* field : {&mac, &seqid, &unusedField1, &unusedField2}) {
         field->clear();
     }
-    for (const AssignableField& assignable : assignableFields()) {
+    for (const AssignableField& assignable : kAssignableFields) {
         (this->*assignable.field).clear();
     }
 }
