@@ -93,6 +93,20 @@ if(LCFD_HARDENING)
     endif()
   endif()
 
+  # Control-flow protection is an architecture's own: x86 marks branch targets (CET), 64-bit
+  # ARM signs return addresses (PAC; a no-op on cores before ARMv8.3), 32-bit ARM has none.
+  # The ARM compilers refuse the x86 flag outright. scripts/check-hardening.sh knows the same.
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|i[3-6]86)$")
+    lcfd_supported_flags(control_flow_flags -fcf-protection)
+  elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+    lcfd_supported_flags(control_flow_flags -mbranch-protection=standard)
+  else()
+    set(control_flow_flags "")
+  endif()
+  foreach(flag IN LISTS control_flow_flags)
+    add_compile_options("$<${release_config}:${flag}>")
+  endforeach()
+
   # Read-only relocations, resolved at start-up.
   check_linker_flag(CXX "-Wl,-z,relro,-z,now" LCFD_LINKER_HAS_RELRO_NOW)
   if(LCFD_LINKER_HAS_RELRO_NOW)
@@ -107,4 +121,49 @@ if(LCFD_HARDENING)
      AND sanitize_in_flags EQUAL -1)
     set(LCFD_HARDENED_RELEASE ON)
   endif()
+endif()
+
+# --- Deployment -------------------------------------------------------------------------------
+# 64-bit time and file offsets on 32-bit boards too (a no-op on 64-bit ones): the display time
+# and the clock stay right past 2038. Everything, GoogleTest included, sees the same time_t.
+add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+
+# A board's C library is often older than the build machine's. Programs built for a board carry
+# libstdc++ and libgcc inside, so that they need nothing but the C library
+# (scripts/glibc-needs.sh reports which version of it).
+option(LCFD_STATIC_CXX_RUNTIME "Link libstdc++ and libgcc statically" ${CMAKE_CROSSCOMPILING})
+if(LCFD_STATIC_CXX_RUNTIME)
+  add_link_options(-static-libstdc++ -static-libgcc)
+endif()
+
+# Only what a program reaches is linked: each function and object in a section of its own, and
+# the unreached sections dropped. Beyond size, this keeps parts of a static libstdc++ that lcfd
+# never calls from raising the C library it needs (a random device that wants arc4random, of
+# glibc 2.36).
+if(NOT LCFD_SANITIZE AND NOT LCFD_BUILD_FUZZERS)
+  check_linker_flag(CXX "-Wl,--gc-sections" LCFD_LINKER_HAS_GC_SECTIONS)
+  if(LCFD_LINKER_HAS_GC_SECTIONS)
+    set(lcfd_release_config "$<OR:$<CONFIG:Release>,$<CONFIG:RelWithDebInfo>,$<CONFIG:MinSizeRel>>")
+    add_compile_options("$<${lcfd_release_config}:-ffunction-sections>"
+                        "$<${lcfd_release_config}:-fdata-sections>")
+    add_link_options("$<${lcfd_release_config}:-Wl,--gc-sections>")
+  endif()
+endif()
+
+# 8-byte atomics are library calls on ARMv5 (__atomic_load_8 and friends, in libatomic); other
+# targets do them inline. Asked of the compiler rather than assumed from the target's name.
+set(lcfd_atomic_probe "#include <atomic>
+  #include <cstdint>
+  std::atomic<std::uint64_t> counter{0};
+  int main() { counter.fetch_add(1); return static_cast<int>(counter.load()); }")
+check_cxx_source_compiles("${lcfd_atomic_probe}" LCFD_ATOMICS_INLINE)
+if(NOT LCFD_ATOMICS_INLINE)
+  set(CMAKE_REQUIRED_LIBRARIES atomic)
+  check_cxx_source_compiles("${lcfd_atomic_probe}" LCFD_ATOMICS_NEED_LIBATOMIC)
+  unset(CMAKE_REQUIRED_LIBRARIES)
+  if(NOT LCFD_ATOMICS_NEED_LIBATOMIC)
+    message(FATAL_ERROR "${CMAKE_CXX_COMPILER} links 8-byte atomics neither inline nor with "
+                        "libatomic")
+  endif()
+  link_libraries(atomic)
 endif()

@@ -22,3 +22,12 @@ LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev l
 # What building and running the fuzz targets needs (fuzz/run): clang with libFuzzer and the
 # sanitizer runtimes, llvm-symbolizer for readable reports.
 LCFD_FUZZ_PACKAGES=(cmake make clang libclang-rt-14-dev llvm-14 nlohmann-json3-dev libcli11-dev)
+
+# What building for the boards and running their programs under emulation needs
+# (scripts/cross.sh): the cross compilers, qemu-user, GoogleTest's sources, file.
+declare -A LCFD_CROSS_COMPILER_PACKAGE=(
+    [armel]=g++-arm-linux-gnueabi
+    [armhf]=g++-arm-linux-gnueabihf
+    [aarch64]=g++-aarch64-linux-gnu
+)
+LCFD_CROSS_PACKAGES=(cmake make qemu-user googletest file nlohmann-json3-dev libcli11-dev python3)

@@ -101,11 +101,15 @@ bool displayTimeFromSeconds(const std::string& answer, std::string& displayTime)
     const char* begin = answer.c_str();
     char* end = nullptr;
     errno = 0;
-    const long seconds = std::strtol(begin, &end, 10);
+    // 64 bits on every board: a 32-bit board shows the same times, 2038 and later included.
+    const long long seconds = std::strtoll(begin, &end, 10);
     if (end == begin || errno == ERANGE) {
         return false;
     }
     const auto time = static_cast<std::time_t>(seconds);
+    if (time != seconds) {
+        return false;  // a C library with a 32-bit time cannot hold it
+    }
     std::tm local{};
     if (localtime_r(&time, &local) == nullptr) {
         return false;

@@ -24,19 +24,20 @@ bool isDigitsOnly(std::string_view text) {
     return true;
 }
 
-// The number a run of decimal digits gives when read the way strtol reads it: values past
-// LONG_MAX stay at LONG_MAX, the empty run is 0.
-long decimalValueSaturated(std::string_view digits) {
-    constexpr auto kLongMax = static_cast<unsigned long>(std::numeric_limits<long>::max());
-    unsigned long value = 0;
+// The number a run of decimal digits gives when read the way strtol reads it into a 64-bit
+// long: values past its largest stay there, the empty run is 0. 64 bits on every board, so a
+// 32-bit board accepts and refuses the same addresses as a 64-bit one.
+std::int64_t decimalValueSaturated(std::string_view digits) {
+    constexpr auto kLargest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    std::uint64_t value = 0;
     for (const char c : digits) {
-        const auto digit = static_cast<unsigned long>(c - '0');
-        if (value > (kLongMax - digit) / 10) {
-            return std::numeric_limits<long>::max();
+        const auto digit = static_cast<std::uint64_t>(c - '0');
+        if (value > (kLargest - digit) / 10) {
+            return std::numeric_limits<std::int64_t>::max();
         }
         value = value * 10 + digit;
     }
-    return static_cast<long>(value);
+    return static_cast<std::int64_t>(value);
 }
 
 }  // namespace
@@ -58,7 +59,7 @@ bool isDottedQuad(std::string_view value) {
         }
         // COMPAT: low-32-bit-address-parts
         // Only the low 32 bits of the number are compared, on purpose.
-        const long number = decimalValueSaturated(addressPart.head);
+        const std::int64_t number = decimalValueSaturated(addressPart.head);
         if (static_cast<std::uint32_t>(number) > kMaxAddressPart) {
             return false;
         }

@@ -19,6 +19,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -52,8 +53,13 @@ std::string dotted(const std::string& b, std::size_t at) {
     return text;
 }
 
+std::string environmentOr(const char* name, const char* fallback) {
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0' ? value : fallback;
+}
+
 std::string& chosenLcfdBinary() {
-    static std::string path = LCFD_BINARY;
+    static std::string path = environmentOr("LCFD_E2E_LCFD", LCFD_BINARY);
     return path;
 }
 
@@ -65,6 +71,14 @@ std::string lcfdBinary() {
 
 void useLcfdBinary(const std::string& path) {
     chosenLcfdBinary() = path;
+}
+
+std::string lcfdPrefix() {
+    return environmentOr("LCFD_E2E_LCFD_PREFIX", "");
+}
+
+bool lcfdUnderEmulation() {
+    return !lcfdPrefix().empty();
 }
 
 std::string sourceDir() {
@@ -378,6 +392,9 @@ Sandbox::Sandbox(const std::vector<std::string>& specs, const std::vector<std::s
     for (const auto& board : specs) {
         args.push_back("-c");
         args.push_back(board);
+    }
+    if (lcfdUnderEmulation()) {
+        args.insert(args.end(), {"--lcfd-prefix", lcfdPrefix()});
     }
     args.insert(args.end(), upOptions.begin(), upOptions.end());
     ProcessResult up = tool(args, Seconds(60));
@@ -982,6 +999,28 @@ void LcfdBed::TearDown() {
         return ::testing::AssertionFailure() << "the segment did not come up:\n"
                                              << sandbox_->upOutput();
     }
+    const bool started =
+        std::find(upOptions.begin(), upOptions.end(), "--no-start") == upOptions.end();
+    return started ? runningAsChosen() : ::testing::AssertionSuccess();
+}
+
+// A board's daemon must really run under its emulator (the process is the emulator's
+// program), or the tests would prove nothing of the board's build.
+::testing::AssertionResult LcfdBed::runningAsChosen() const {
+    if (!lcfdUnderEmulation()) {
+        return ::testing::AssertionSuccess();
+    }
+    const std::string emulator = lcfdPrefix().substr(0, lcfdPrefix().find(' '));
+    for (int k = 1; k <= controllers_; ++k) {
+        const std::string pid = std::to_string(std::stoi(readFile(sb().dir(k) + "/pid")));
+        std::error_code error;
+        const std::filesystem::path program =
+            std::filesystem::read_symlink("/proc/" + pid + "/exe", error);
+        if (error || program.filename() != std::filesystem::path(emulator).filename()) {
+            return ::testing::AssertionFailure()
+                   << "daemon " << k << " runs as " << program.string() << ", not " << emulator;
+        }
+    }
     return ::testing::AssertionSuccess();
 }
 
@@ -1013,7 +1052,8 @@ void LcfdBed::TearDown() {
                                                  << sb().out(k) << sb().err(k);
         }
     }
-    return openTool();
+    const ::testing::AssertionResult chosen = runningAsChosen();
+    return chosen ? openTool() : chosen;
 }
 
 ::testing::AssertionResult LcfdBed::openTool() {

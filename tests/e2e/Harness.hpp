@@ -38,9 +38,16 @@ inline const std::string kListening =
     std::string("LAN Config Facility ") + lcfd::kVersion + " : Listening for broadcast packets\n";
 
 // The lcfd program every Sandbox runs: the one built with the tests, unless a tool (the load
-// tool measuring an older build, say) chose another before its first Sandbox.
+// tool measuring an older build, say) chose another before its first Sandbox, or the
+// environment names one: LCFD_E2E_LCFD, a board's build, run as LCFD_E2E_LCFD_PREFIX (its
+// emulator's command line, "qemu-arm -L /usr/arm-linux-gnueabi") says (scripts/cross.sh).
 std::string lcfdBinary();
 void useLcfdBinary(const std::string& path);
+// The command line put before lcfd, empty when the daemon runs as it is.
+std::string lcfdPrefix();
+// Whether the daemon runs under a board's emulator: its process is then the emulator's, with
+// the emulator's own descriptors beside the daemon's.
+bool lcfdUnderEmulation();
 std::string sourceDir();
 bool runningAsRoot();
 
@@ -381,6 +388,7 @@ class LcfdBed : public ::testing::Test {
   private:
     ::testing::AssertionResult bringUp(const std::vector<std::string>& specs,
                                        const std::vector<std::string>& upOptions);
+    ::testing::AssertionResult runningAsChosen() const;
 
     // Made in this order, so a fixture that is not torn down by TearDown still closes the
     // sockets before the segment goes.

@@ -135,6 +135,16 @@ class ScriptedShell : public DeviceShell {
     std::vector<std::string> lines_;
 };
 
+// The death-test style for a child that must start as a fresh process (no earlier test has
+// logged, say). "threadsafe" re-runs the test binary, which a board's emulator cannot do from
+// inside: there the child is a fork, which CTest makes just as fresh by running each test in a
+// process of its own.
+#ifdef LCFD_UNDER_EMULATION
+inline constexpr const char* kFreshProcessDeathTestStyle = "fast";
+#else
+inline constexpr const char* kFreshProcessDeathTestStyle = "threadsafe";
+#endif
+
 // Whether this process may make a network namespace of its own (root, or a kernel that lets
 // it): the tests that need one skip themselves otherwise.
 bool privateNamespacesAvailable();

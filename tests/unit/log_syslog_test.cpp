@@ -15,11 +15,12 @@
 #include <regex>
 #include <string>
 
+#include "TestSupport.hpp"
 #include "log/Log.hpp"
 #include "settings/Settings.hpp"
 
-// The syslog records are read in a child process of their own (a "threadsafe" death test
-// re-runs the test binary, so no earlier test has logged yet). The child takes a private mount
+// The syslog records are read in a child process of their own that starts fresh
+// (kFreshProcessDeathTestStyle), so no earlier test has logged yet. The child takes a private mount
 // namespace and puts a datagram socket of its own where the C library sends records, /dev/log;
 // the host's /dev is never changed.
 
@@ -171,7 +172,7 @@ struct Severity {
 class FirstLogMessageDeathTest : public testing::TestWithParam<Severity> {};
 
 TEST_P(FirstLogMessageDeathTest, OpensSyslogAsLcfdWithFacilityDaemon) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, test::kFreshProcessDeathTestStyle);
     const Severity severity = GetParam();
     EXPECT_EXIT(
         runInPrivateSyslog([&](PrivateSyslog& records) {
@@ -194,7 +195,7 @@ INSTANTIATE_TEST_SUITE_P(EverySeverity, FirstLogMessageDeathTest,
                          });
 
 TEST(LogSyslogDeathTest, RecordsCarryPriorityIdentAndTheMessageUnformatted) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, test::kFreshProcessDeathTestStyle);
     EXPECT_EXIT(runInPrivateSyslog([](PrivateSyslog& records) {
                     logError("Error setting ntp IP");
                     logWarning("Invalid format for UTC - length");
@@ -220,7 +221,7 @@ TEST(LogSyslogDeathTest, RecordsCarryPriorityIdentAndTheMessageUnformatted) {
 }
 
 TEST(LogSyslogDeathTest, TheConnectionIsOpenedOnlyOnce) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, test::kFreshProcessDeathTestStyle);
     EXPECT_EXIT(runInPrivateSyslog([](PrivateSyslog& records) {
                     logInfo("opens");
                     // If a later message opened the connection again, its record would carry
@@ -249,7 +250,7 @@ TEST(LogSyslogDeathTest, TheConnectionIsOpenedOnlyOnce) {
 }
 
 TEST(LogSyslogDeathTest, OpenLogOpensWithTheSameIdentityAndLogsNothing) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, test::kFreshProcessDeathTestStyle);
     EXPECT_EXIT(runInPrivateSyslog([](PrivateSyslog& records) {
                     openLog();
                     if (records.next() != "<none>") {
@@ -269,7 +270,7 @@ TEST(LogSyslogDeathTest, OpenLogOpensWithTheSameIdentityAndLogsNothing) {
 }
 
 TEST(LogSyslogDeathTest, SettingsOperationsLogAtTheirSeverity) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, test::kFreshProcessDeathTestStyle);
     EXPECT_EXIT(runInPrivateSyslog([](PrivateSyslog& records) {
                     // None of these runs a command: they are refused or have nothing to run.
                     Settings settings;

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 #include "wire/Protocol.hpp"
@@ -12,6 +13,18 @@
 // without arguments here: that would bind the service port and run device commands.
 
 namespace {
+
+// The words that start the built daemon: its path, after the emulator's command line when it
+// was built for another machine (the kernel here would refuse to run it directly).
+std::vector<std::string> lcfdLaunchWords() {
+    std::vector<std::string> words;
+    std::istringstream launcher(LCFD_LAUNCHER);
+    for (std::string word; launcher >> word;) {
+        words.push_back(word);
+    }
+    words.emplace_back(LCFD_BINARY);
+    return words;
+}
 
 struct ProcessResult {
     std::string out;
@@ -62,7 +75,7 @@ ProcessResult runLcfd(const std::vector<std::string>& arguments) {
     posix_spawn_file_actions_addclose(&actions, outPipe[1]);
     posix_spawn_file_actions_addclose(&actions, errPipe[1]);
 
-    std::vector<std::string> words{LCFD_BINARY};
+    std::vector<std::string> words = lcfdLaunchWords();
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     argv.reserve(words.size() + 1);
@@ -72,14 +85,14 @@ ProcessResult runLcfd(const std::vector<std::string>& arguments) {
     argv.push_back(nullptr);
 
     pid_t child = 0;
-    const int spawned = posix_spawn(&child, LCFD_BINARY, &actions, nullptr, argv.data(), environ);
+    const int spawned = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(outPipe[1]);
     close(errPipe[1]);
     if (spawned != 0) {
         close(outPipe[0]);
         close(errPipe[0]);
-        ADD_FAILURE() << "posix_spawn " << LCFD_BINARY << ": " << spawned;
+        ADD_FAILURE() << "posix_spawn " << words.front() << ": " << spawned;
         return run;
     }
     drain(outPipe[0], errPipe[0], run);

@@ -276,11 +276,14 @@ const DisplayTimeCase kDisplayTimeCases[] = {
     {"SecondsShownAsLocalTimeInUtc", "UTC", "1700000000", true, "20231114221320"},
     {"ZeroShownAsLocalTimeInUtc", "UTC", "0", true, "19700101000000"},
     {"UsesTheProcessTimeZone", "EET-2", "1700000000", true, "20231115001320"},
-    // The number is read as strtol reads it.
+    // The number is read as strtoll reads it.
     {"LeadingBlanksAndAMinusSign", "UTC", "  -5", true, "19691231235955"},
     {"LeadingTabAndAPlusSign", "UTC", "\t+1700000000", true, "20231114221320"},
     {"TrailingLetters", "UTC", "1700000000abc", true, "20231114221320"},
     {"HexadecimalPrefix", "UTC", "0x10", true, "19700101000000"},  // base 10: the 0 only
+    // Past 2038: 64-bit seconds and a 64-bit time on every board, 32-bit ones included.
+    {"FirstSecondPastA32BitCount", "UTC", "2147483648", true, "20380119031408"},
+    {"TheYear2100", "UTC", "4102444800", true, "21000101000000"},
     // No digits means no value.
     {"LettersGiveNoValue", "UTC", "abc", false, "unchanged"},
     {"EmptyAnswerGivesNoValue", "UTC", "", false, "unchanged"},
@@ -290,7 +293,7 @@ const DisplayTimeCase kDisplayTimeCases[] = {
     // Out of range means no value.
     {"TooLargeGivesNoValue", "UTC", "99999999999999999999", false, "unchanged"},
     {"TooSmallGivesNoValue", "UTC", "-99999999999999999999", false, "unchanged"},
-    // Fits a long, but its year does not fit the calendar's int: localtime_r fails.
+    // Fits 64 bits, but its year does not fit the calendar's int: localtime_r fails.
     {"ACountTheCalendarCannotHoldMeansNoValue", "UTC", "9223372036854775807", false, "unchanged"},
 };
 

@@ -598,7 +598,8 @@ const DottedQuadCase kDottedQuadCases[] = {
     {"TwoToThe32Plus255IsAccepted", "1.2.3.4294967551", true},  // 2^32 + 255
     {"TwoToThe32Plus256IsRefused", "1.2.3.4294967552", false},  // 2^32 + 256
     {"TwoToThe32InTheFirstPartIsAccepted", "4294967296.0.0.0", true},
-    // A part too long for a long stays at the largest long, whose low 32 bits are all ones.
+    // A part too long for 64 bits stays at the largest 64-bit value, whose low 32 bits are all
+    // ones.
     {"LargestLongIsRefused", "1.2.3.9223372036854775807", false},  // 2^63 - 1
     {"OneMoreIsRefused", "1.2.3.9223372036854775808", false},      // one more: saturates
     {"TwoToThe64IsRefused", "1.2.3.18446744073709551616", false},  // 2^64: still saturated

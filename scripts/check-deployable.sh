@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Checks that a program built for a board needs nothing of it but the C library: no shared
+# library besides libc, libm and the dynamic loader, and no libstdc++ symbol version (libstdc++
+# and libgcc are linked in). With --static: no shared library at all, no dynamic loader.
+# Usage: check-deployable.sh [--static] FILE
+set -euo pipefail
+static=0
+if [ "${1:-}" = --static ]; then
+    static=1
+    shift
+fi
+file=${1:?usage: check-deployable.sh [--static] FILE}
+needed=$(readelf -dW "$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+read -r _ glibc glibcxx < <(bash "$(dirname "$0")/glibc-needs.sh" "$file")
+failed=0
+if [ "$static" = 1 ]; then
+    if [ -n "$needed" ] || readelf -lW "$file" | grep -q "INTERP"; then
+        echo "check-deployable: $file is not static: needs ${needed:-a dynamic loader}" >&2
+        failed=1
+    fi
+else
+    unexpected=$(grep -vE '^(libc\.so\.6|libm\.so\.6|ld-linux[-a-z0-9_.]*\.so\.[0-9]+)$' \
+        <<<"$needed" || true)
+    if [ -n "$unexpected" ]; then
+        echo "check-deployable: $file needs more than the C library:" $unexpected >&2
+        failed=1
+    fi
+    if [ "$glibcxx" != - ]; then
+        echo "check-deployable: $file needs libstdc++ $glibcxx" >&2
+        failed=1
+    fi
+fi
+if [ "$failed" != 0 ]; then
+    exit 1
+fi
+if [ "$static" = 1 ]; then
+    echo "check-deployable: $file is fully static"
+else
+    echo "check-deployable: $file needs ${needed//$'\n'/, } (symbol versions up to $glibc)"
+fi
