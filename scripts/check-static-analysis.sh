@@ -14,7 +14,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
-lcfd_install_missing "${LCFD_BUILD_PACKAGES[@]}" clang clang-tidy cppcheck
+lcfd_install_missing "${LCFD_BUILD_PACKAGES[@]}" "${LCFD_ANALYSIS_PACKAGES[@]}"
 
 build_dir=build-analysis
 jobs=$(nproc)

@@ -13,8 +13,11 @@
 #             build/ (built first when missing). Needs root.
 #   --static  also builds the fully static daemon (preset TARGET-static) and, with --e2e, runs
 #             the same subset with it.
+#   --e2e-only  only the end-to-end subset, with the builds already made.
 #   --jobs N  parallel compile and test jobs (default: the number of cores).
-# Usage: scripts/cross.sh [--e2e] [--static] [--jobs N] [TARGET...]   (default: all three)
+# The build machine's build is build/, or $LCFD_BUILD_DIR.
+# Usage: scripts/cross.sh [--e2e|--e2e-only] [--static] [--jobs N] [TARGET...]
+#        (default: all three targets)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -26,16 +29,20 @@ source scripts/deps.sh
 readonly ARM_E2E_TESTS='^e2e\.(Query\.EachPlatformReportsItsDeviceValues|AssignPause\..*|Configure\.ClearRunsEachPlatformsCommands|PlatformSession\..*|ReplyPath\.OtherInterfaceSendsTheHandBuiltFrame|Robustness\.FloodOfDatagramsNotForThisController)$'
 
 e2e=0
+build_targets=1
 static=0
+host_build=${LCFD_BUILD_DIR:-build}
 jobs=$(nproc)
 targets=()
 while [ "$#" -gt 0 ]; do
     case "$1" in
     --e2e) e2e=1 ;;
+    --e2e-only) e2e=1; build_targets=0 ;;
     --static) static=1 ;;
     --jobs) jobs=${2:?--jobs needs a number}; shift ;;
     armel | armhf | aarch64) targets+=("$1") ;;
-    *) echo "usage: cross.sh [--e2e] [--static] [--jobs N] [armel|armhf|aarch64]..." >&2; exit 2 ;;
+    *) echo "usage: cross.sh [--e2e|--e2e-only] [--static] [--jobs N] [armel|armhf|aarch64]..." >&2
+       exit 2 ;;
     esac
     shift
 done
@@ -85,11 +92,12 @@ run_e2e_subset() {  # BUILD-DIR (of the daemon to run)
     prefix=$(emulator_of "$1")
     step "end-to-end subset: $daemon under $prefix"
     LCFD_E2E_LCFD="$daemon" LCFD_E2E_LCFD_PREFIX="$prefix" \
-        ctest --test-dir build -L e2e -R "$ARM_E2E_TESTS" -j"$((jobs + 1))" --output-on-failure \
+        ctest --test-dir "$host_build" -L e2e -R "$ARM_E2E_TESTS" -j"$((jobs + 1))" --output-on-failure \
         --no-tests=error
 }
 
 for target in "${targets[@]}"; do
+    [ "$build_targets" = 1 ] || break
     started=$SECONDS
     step "$target: configure, build"
     cmake --preset "$target" >/dev/null
@@ -108,10 +116,10 @@ for target in "${targets[@]}"; do
 done
 
 if [ "$e2e" = 1 ]; then
-    if [ ! -x build/tests/e2e/lcfd_e2e_tests ]; then
+    if [ ! -x "$host_build/tests/e2e/lcfd_e2e_tests" ]; then
         step "the build machine's end-to-end tests"
-        cmake --preset host >/dev/null
-        cmake --build build -j"$jobs" --target lcfd_e2e_tests lcf lcfd
+        cmake -S . -B "$host_build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+        cmake --build "$host_build" -j"$jobs" --target lcfd_e2e_tests lcf lcfd
     fi
     for target in "${targets[@]}"; do
         run_e2e_subset "build-$target"

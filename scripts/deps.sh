@@ -19,6 +19,9 @@ lcfd_install_missing() {
 # nftables: the sandbox's lossy segments.
 LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev libcli11-dev iproute2 nftables python3 procps libbenchmark-dev)
 
+# What the static analysis stage needs (scripts/check-static-analysis.sh).
+LCFD_ANALYSIS_PACKAGES=(clang clang-tidy cppcheck)
+
 # What building and running the fuzz targets needs (fuzz/run): clang with libFuzzer and the
 # sanitizer runtimes, llvm-symbolizer for readable reports.
 LCFD_FUZZ_PACKAGES=(cmake make clang libclang-rt-14-dev llvm-14 nlohmann-json3-dev libcli11-dev)

@@ -1,32 +1,70 @@
 #!/usr/bin/env bash
 # Builds lcfd and every test, then runs the whole suite (unit and end-to-end) with CTest,
-# followed by the robustness checks that exist: the sanitizer build, static analysis and
-# short fuzzing runs. Run as root on Debian: the end-to-end tests build network and mount
-# namespaces. LCFD_QUICK=1 stops after the main suite.
+# followed by the robustness checks: the board builds (armel, armhf, aarch64) with their unit
+# tests and the armel daemon's end-to-end subset under emulation, the sanitizer build, static
+# analysis and short fuzzing runs. Run as root on Debian: the end-to-end tests build network
+# and mount namespaces. LCFD_QUICK=1 stops after the main suite.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
-lcfd_install_missing "${LCFD_BUILD_PACKAGES[@]}"
+quick=${LCFD_QUICK:-0}
+# Everything at once, before any stage starts: the board builds run beside other stages, and
+# two package installations cannot run side by side.
+packages=("${LCFD_BUILD_PACKAGES[@]}")
+if [ "$quick" != 1 ]; then
+    packages+=("${LCFD_CROSS_PACKAGES[@]}" "${LCFD_CROSS_COMPILER_PACKAGE[@]}"
+               "${LCFD_ANALYSIS_PACKAGES[@]}" "${LCFD_FUZZ_PACKAGES[@]}")
+fi
+lcfd_install_missing "${packages[@]}"
 
-stage() { printf '\n==== %s\n' "$*"; }
+stage() { printf '\n==== %s (%d s)\n' "$1" "$SECONDS"; }
 
 build_dir=${LCFD_BUILD_DIR:-build}
-stage "build with warnings as errors, unit and end-to-end tests"
+stage "build with warnings as errors"
 cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLCFD_WERROR=ON
 cmake --build "$build_dir" -j"$(nproc)"
+
+# The board builds are compiling, the end-to-end tests mostly wait for daemons and pauses: the
+# boards build and run their unit tests beside the stages that follow, at the lowest priority,
+# so that they take only what the tests leave of the processors. Their output is shown at the
+# end (or when they fail).
+cross_log=$build_dir/cross.log
+cross_pid=""
+if [ "$quick" != 1 ]; then
+    setsid nice -n 19 bash scripts/cross.sh --static >"$cross_log" 2>&1 &
+    cross_pid=$!
+fi
+finish_boards() {
+    if [ -n "$cross_pid" ] && ! wait "$cross_pid"; then
+        cat "$cross_log"
+        echo "test.sh: the board builds failed (above)" >&2
+        exit 1
+    fi
+    cross_pid=""
+}
+# Its own process group (setsid): stopped whole if this script ends first.
+trap '[ -z "$cross_pid" ] || kill -- "-$cross_pid" 2>/dev/null || true' EXIT
+
+stage "unit and end-to-end tests"
 # One job more than there are cores: the end-to-end tests spend much of their time waiting
 # for the daemons.
 ctest --test-dir "$build_dir" --output-on-failure -j"$(($(nproc) + 1))"
 
-if [ "${LCFD_QUICK:-0}" = 1 ]; then
+if [ "$quick" = 1 ]; then
     exit 0
 fi
 
-# Each further stage is a script of its own; a stage that is not there yet is skipped.
-for stage_script in scripts/check-sanitizers.sh scripts/check-static-analysis.sh fuzz/run-smoke.sh; do
-    if [ -f "$stage_script" ]; then
-        stage "$stage_script"
-        bash "$stage_script"
-    fi
+stage "scripts/check-sanitizers.sh"
+bash scripts/check-sanitizers.sh
+
+stage "boards: armel, armhf, aarch64 (built and unit-tested beside the stages above)"
+finish_boards
+cat "$cross_log"
+stage "boards: the armel daemon, dynamic and fully static, end to end under qemu-arm"
+bash scripts/cross.sh --e2e-only --static armel
+
+for stage_script in scripts/check-static-analysis.sh fuzz/run-smoke.sh; do
+    stage "$stage_script"
+    bash "$stage_script"
 done
 stage "all checks passed"

@@ -143,7 +143,13 @@ TEST_F(Robustness, FloodOfDatagramsNotForThisController) {
     // AddressSanitizer keeps freed memory in quarantine, so the resident size of an
     // instrumented daemon grows with every allocation; the bound holds for the real build.
 #else
-    EXPECT_LE(*rssAfter, *rssBefore + 64);
+    // A board's daemon under its emulator is not bounded here: the process is the emulator's,
+    // whose resident size also holds the code it translated, and grows with each path the
+    // flood reaches first (by 2 MiB on qemu-aarch64). The descriptors and the output still
+    // are the daemon's own and are checked.
+    if (!lcfdUnderEmulation()) {
+        EXPECT_LE(*rssAfter, *rssBefore + 64);
+    }
 #endif
     // Every trace names the tool side: the daemon sent nothing that came back.
     EXPECT_EQ(countOf(out, "] Message "), tracedCount);
