@@ -165,5 +165,10 @@ if(NOT LCFD_ATOMICS_INLINE)
     message(FATAL_ERROR "${CMAKE_CXX_COMPILER} links 8-byte atomics neither inline nor with "
                         "libatomic")
   endif()
-  link_libraries(atomic)
+  if(LCFD_STATIC_CXX_RUNTIME)
+    # Linked in like libstdc++, so that a board needs no libatomic either.
+    link_libraries(-Wl,--push-state,-Bstatic,-latomic,--pop-state)
+  else()
+    link_libraries(atomic)
+  endif()
 endif()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The sanitizer stage: everything (lcfd, lcf, every test) built with AddressSanitizer and
 # UndefinedBehaviorSanitizer in a build directory of its own (CMakePresets.json, "sanitize":
-# build-sanitize), then the whole CTest suite, unit and end-to-end, run in it.
+# build-sanitize), then the CTest suite, unit and end-to-end, run in it (but for the three
+# scale tests of twenty controllers, which the plain build runs).
 #
 # Any report fails the stage: the test preset sets halt_on_error, -fno-sanitize-recover makes
 # undefined behaviour fatal, and LeakSanitizer checks every test program at its exit, with
@@ -12,6 +13,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
+source scripts/suites.sh
 lcfd_install_missing "${LCFD_BUILD_PACKAGES[@]}"
 
 started=$SECONDS
@@ -30,5 +32,6 @@ for program in build-sanitize/src/main/lcfd build-sanitize/client/lcf; do
     fi
 done
 
-ctest --preset sanitize -j"$(($(nproc) + 1))"  # the e2e tests mostly wait
+# The scale tests of twenty controllers are the plain build's (scripts/suites.sh says why).
+ctest --preset sanitize -j"$(($(nproc) + 1))" -E "$LCFD_SCALE_TESTS"  # the e2e tests mostly wait
 echo "check-sanitizers: build $((built - started)) s, tests $((SECONDS - built)) s"

@@ -7,6 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
+source scripts/suites.sh
 quick=${LCFD_QUICK:-0}
 # Everything at once, before any stage starts: the board builds run beside other stages, and
 # two package installations cannot run side by side.
@@ -24,14 +25,22 @@ stage "build with warnings as errors"
 cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLCFD_WERROR=ON
 cmake --build "$build_dir" -j"$(nproc)"
 
-# The board builds are compiling, the end-to-end tests mostly wait for daemons and pauses: the
+# One job more than there are cores: the end-to-end tests spend much of their time waiting
+# for the daemons.
+test_jobs=$(($(nproc) + 1))
+stage "end-to-end tests of twenty controllers, alone on the machine"
+ctest --test-dir "$build_dir" --output-on-failure -j"$test_jobs" -R "$LCFD_SCALE_TESTS"
+
+# The board builds are compiling, the other tests mostly wait for daemons and pauses: the
 # boards build and run their unit tests beside the stages that follow, at the lowest priority,
-# so that they take only what the tests leave of the processors. Their output is shown at the
-# end (or when they fail).
+# so that they take only what the tests leave of the processors. Their output is shown when
+# they are done (or failed).
 cross_log=$build_dir/cross.log
 cross_pid=""
 if [ "$quick" != 1 ]; then
-    setsid nice -n 19 bash scripts/cross.sh --static >"$cross_log" 2>&1 &
+    # The fully static daemon of armel only: it is the one run end to end below.
+    setsid nice -n 19 bash -c 'bash scripts/cross.sh --static armel && bash scripts/cross.sh armhf aarch64' \
+        >"$cross_log" 2>&1 &
     cross_pid=$!
 fi
 finish_boards() {
@@ -46,9 +55,7 @@ finish_boards() {
 trap '[ -z "$cross_pid" ] || kill -- "-$cross_pid" 2>/dev/null || true' EXIT
 
 stage "unit and end-to-end tests"
-# One job more than there are cores: the end-to-end tests spend much of their time waiting
-# for the daemons.
-ctest --test-dir "$build_dir" --output-on-failure -j"$(($(nproc) + 1))"
+ctest --test-dir "$build_dir" --output-on-failure -j"$test_jobs" -E "$LCFD_SCALE_TESTS"
 
 if [ "$quick" = 1 ]; then
     exit 0
@@ -59,7 +66,7 @@ bash scripts/check-sanitizers.sh
 
 stage "boards: armel, armhf, aarch64 (built and unit-tested beside the stages above)"
 finish_boards
-cat "$cross_log"
+grep -E '^== |tests passed|cross.sh:|check-deployable:|: ELF ' "$cross_log"  # all of it: $cross_log
 stage "boards: the armel daemon, dynamic and fully static, end to end under qemu-arm"
 bash scripts/cross.sh --e2e-only --static armel
 
