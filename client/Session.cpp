@@ -1,7 +1,11 @@
 #include "client/Session.hpp"
 
+#include <sys/random.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <limits>
 #include <random>
 
@@ -55,9 +59,16 @@ int roundOf(const std::vector<std::string>& seqids, const std::string* seqid) {
 }  // namespace
 
 std::string newSeqid() {
-    std::random_device entropy;
+    // Seeded by getrandom rather than std::random_device: a static libstdc++'s random device
+    // wants arc4random, which would make lcf need glibc 2.36 on a board.
+    std::uint32_t seed = 0;
+    if (getrandom(&seed, sizeof seed, 0) != static_cast<ssize_t>(sizeof seed)) {
+        seed = static_cast<std::uint32_t>(Clock::now().time_since_epoch().count()) ^
+               static_cast<std::uint32_t>(getpid());
+    }
+    std::mt19937 generator(seed);
     std::uniform_int_distribution<unsigned> number(100000, 999999999);
-    return std::to_string(number(entropy));
+    return std::to_string(number(generator));
 }
 
 DiscoveryReport discover(const DiscoveryOptions& options) {

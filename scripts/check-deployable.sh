@@ -1,15 +1,21 @@
 #!/usr/bin/env bash
 # Checks that a program built for a board needs nothing of it but the C library: no shared
 # library besides libc, libm and the dynamic loader, and no libstdc++ symbol version (libstdc++
-# and libgcc are linked in). With --static: no shared library at all, no dynamic loader.
-# Usage: check-deployable.sh [--static] FILE
+# and libgcc are linked in). With --static: no shared library at all, no dynamic loader. With
+# --max-glibc X.Y: no C library symbol version newer than the oldest glibc the README promises.
+# Usage: check-deployable.sh [--static] [--max-glibc X.Y] FILE
 set -euo pipefail
 static=0
-if [ "${1:-}" = --static ]; then
-    static=1
+max_glibc=""
+while [ "$#" -gt 1 ]; do
+    case "$1" in
+    --static) static=1 ;;
+    --max-glibc) max_glibc=${2:?--max-glibc needs a version}; shift ;;
+    *) break ;;
+    esac
     shift
-fi
-file=${1:?usage: check-deployable.sh [--static] FILE}
+done
+file=${1:?usage: check-deployable.sh [--static] [--max-glibc X.Y] FILE}
 needed=$(readelf -dW "$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
 read -r _ glibc glibcxx < <(bash "$(dirname "$0")/glibc-needs.sh" "$file")
 failed=0
@@ -27,6 +33,11 @@ else
     fi
     if [ "$glibcxx" != - ]; then
         echo "check-deployable: $file needs libstdc++ $glibcxx" >&2
+        failed=1
+    fi
+    if [ -n "$max_glibc" ] && [ "$glibc" != - ] &&
+        [ "$(printf '%s\n' "GLIBC_$max_glibc" "$glibc" | sort -V | tail -n 1)" != "GLIBC_$max_glibc" ]; then
+        echo "check-deployable: $file needs $glibc, newer than glibc $max_glibc" >&2
         failed=1
     fi
 fi
