@@ -471,12 +471,27 @@ std::optional<int> Sandbox::waitExit(int k, Seconds timeout) const {
     return std::stoi(readFile(path));
 }
 
+namespace {
+
+// Replaces a file that the simulated device may be reading at this very moment (a daemon
+// reads its device while a test sets the next value): written beside it and renamed over it,
+// so a device tool sees the old content or the new one, never an emptied file.
+void replaceFile(const std::string& path, const std::string& content) {
+    const std::string fresh = path + ".new";
+    writeFile(fresh, content);
+    if (std::rename(fresh.c_str(), path.c_str()) != 0) {
+        ADD_FAILURE() << "cannot replace " << path << ": " << std::strerror(errno);
+    }
+}
+
+}  // namespace
+
 void Sandbox::setValue(int k, const std::string& key, const std::string& value) const {
-    writeFile(dir(k) + "/sim/" + key, value + "\n");
+    replaceFile(dir(k) + "/sim/" + key, value + "\n");
 }
 
 void Sandbox::setFault(int k, const std::string& key, const std::string& mode) const {
-    writeFile(dir(k) + "/fault/" + key, mode + "\n");
+    replaceFile(dir(k) + "/fault/" + key, mode + "\n");
 }
 
 ProcessResult Sandbox::start(int k) const {

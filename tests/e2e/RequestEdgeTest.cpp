@@ -55,6 +55,16 @@ TEST_F(RequestEdge, IgnoredRefusedAndRepeatedRequests) {
     ASSERT_TRUE(first.has_value());
     std::vector<std::string> replies = {first->data};
 
+    // The first CLEAR is handled to its end (its trace printed after its restart) before the
+    // fault is set, so that its own restart cannot meet the fault.
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            const std::string out = sb().out(2);
+            const std::size_t echoed = out.find(firstClear + "\n");
+            return echoed != std::string::npos &&
+                   out.find("] Message ", echoed) != std::string::npos;
+        },
+        Seconds(10)));
     sb().setFault(2, "systemctl.restart", "error unit failed");
     const std::string secondClear = "LCF2#CLEAR#seqid=5#mac=02:4C:43:00:00:02#ntpip";
     ASSERT_TRUE(tool().send(secondClear));
