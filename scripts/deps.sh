@@ -15,9 +15,14 @@ lcfd_install_missing() {
     fi
 }
 
-# What building and testing lcfd needs.
-# nftables: the sandbox's lossy segments.
-LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev libcli11-dev iproute2 nftables python3 procps libbenchmark-dev)
+# What building and testing lcfd needs; the README's "Building by hand" shows this list
+# (the test docs.readme-build-packages keeps them equal).
+# nftables: the sandbox's lossy segments. mandoc, systemd (systemd-analyze) and busybox: the
+# checks of the manual pages, the service unit and the BusyBox init script.
+LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev libcli11-dev libbenchmark-dev iproute2 nftables python3 procps mandoc systemd busybox)
+
+# What building the Debian packages and checking them needs (scripts/check-debian-package.sh).
+LCFD_PACKAGING_PACKAGES=(debhelper dpkg-dev fakeroot lintian)
 
 # What the static analysis stage needs (scripts/check-static-analysis.sh).
 LCFD_ANALYSIS_PACKAGES=(clang clang-tidy cppcheck)
