@@ -11,9 +11,11 @@ option(LCFD_INSTALL_SYSV_INIT
        "Install the BusyBox init script (init.d/S50lcfd) and its settings (default/lcfd)" ON)
 
 install(TARGETS lcfd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
-install(TARGETS lcf RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/man/lcfd.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-install(FILES docs/man/lcf.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+if(LCFD_BUILD_CLIENT)
+  install(TARGETS lcf RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES docs/man/lcf.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
 install(FILES README.md docs/compatibility.md docs/performance.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

@@ -24,7 +24,10 @@ CLI::App* addAssignCommand(CLI::App& app, AssignArgs& args) {
     command->add_option("key=value", args.assignments, "Settings to change");
     command->add_flag("--now", args.now, "Set utcclock from this host's UTC clock");
     command->add_flag("--unchecked", args.unchecked,
-                      "Send key=value as given, any key and value, " + kLetTheControllerJudge);
+                      "Send key=value as given, any key and value, and let the controller judge: "
+                      "it answers accept=no to an ipscheme other than STATIC or DHCP, an empty "
+                      "key or value, or ';' or '=' in a field it does not use, and takes an "
+                      "unknown key or a malformed address without using it");
     command->add_flag("--verify", args.verify,
                       "After accept=yes, wait out the settling pause, read the controller again "
                       "and check that every value took (utcclock within " +

@@ -16,7 +16,8 @@ CLI::App* addClearCommand(CLI::App& app, ClearArgs& args) {
     addMacArgument(*command, args.mac);
     command->add_option("SERVER", args.serverKey, "ntpip, syslogip or nameserver")->required();
     command->add_flag("--unchecked", args.unchecked,
-                      "Send SERVER as given " + kLetTheControllerJudge);
+                      "Send SERVER as given and let the controller judge (it answers accept=no to "
+                      "anything but ntpip, syslogip or nameserver)");
     command->add_flag("--verify", args.verify,
                       "After accept=yes, read the controller again and check that the server is "
                       "gone");

@@ -53,9 +53,6 @@ const std::string kRequestTimeoutHelp =
     ", or longer while other controllers are still answering): time for a controller in its "
     "settling pause that reads slowly, and for sending once more when a datagram was lost";
 
-const std::string kLetTheControllerJudge =
-    "and let the controller judge (it answers accept=no to what it cannot take)";
-
 void addMacArgument(CLI::App& command, std::string& mac) {
     command.add_option("MAC", mac, "The controller's MAC address")->required();
 }

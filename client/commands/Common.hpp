@@ -38,9 +38,6 @@ void addCommonOptions(CLI::App& command, CommonOptions& options, const std::stri
 // The --timeout help of the commands that wait for one controller's answers.
 extern const std::string kRequestTimeoutHelp;
 
-// How the --unchecked flags end: the controller, not lcf, decides what it takes.
-extern const std::string kLetTheControllerJudge;
-
 // The MAC positional of the commands that address one controller.
 void addMacArgument(CLI::App& command, std::string& mac);
 
