@@ -10,5 +10,5 @@ add_test(NAME packaging.sysv-init-script
           $<TARGET_FILE:lcfd> ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION})
 set_tests_properties(packaging.sysv-init-script PROPERTIES
   LABELS e2e
-  TIMEOUT 120
+  TIMEOUT 300
   SKIP_RETURN_CODE 77)
