@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds lcfd and every test, then runs the whole suite (unit and end-to-end) with CTest,
 # followed by the robustness checks: the board builds (armel, armhf, aarch64) with their unit
-# tests and the armel daemon's end-to-end subset under emulation, the sanitizer build, static
+# tests and the armel daemon's end-to-end subset under emulation, the Buildroot package built
+# for armel, the Debian packages built, installed and removed, the sanitizer build, static
 # analysis and short fuzzing runs. Run as root on Debian: the end-to-end tests build network
 # and mount namespaces. LCFD_QUICK=1 stops after the main suite.
 set -euo pipefail
@@ -14,7 +15,8 @@ quick=${LCFD_QUICK:-0}
 packages=("${LCFD_BUILD_PACKAGES[@]}")
 if [ "$quick" != 1 ]; then
     packages+=("${LCFD_CROSS_PACKAGES[@]}" "${LCFD_CROSS_COMPILER_PACKAGE[@]}"
-               "${LCFD_ANALYSIS_PACKAGES[@]}" "${LCFD_FUZZ_PACKAGES[@]}")
+               "${LCFD_ANALYSIS_PACKAGES[@]}" "${LCFD_FUZZ_PACKAGES[@]}"
+               "${LCFD_PACKAGING_PACKAGES[@]}")
 fi
 lcfd_install_missing "${packages[@]}"
 
@@ -22,7 +24,8 @@ stage() { printf '\n==== %s (%d s)\n' "$1" "$SECONDS"; }
 
 build_dir=${LCFD_BUILD_DIR:-build}
 stage "build with warnings as errors"
-cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLCFD_WERROR=ON
+# Nothing of this build is installed (the packaging stages install their own builds).
+cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLCFD_WERROR=ON -DLCFD_INSTALL=OFF
 cmake --build "$build_dir" -j"$(nproc)"
 
 # One job more than there are cores: the end-to-end tests spend much of their time waiting
@@ -38,8 +41,10 @@ ctest --test-dir "$build_dir" --output-on-failure -j"$test_jobs" -R "$LCFD_SCALE
 cross_log=$build_dir/cross.log
 cross_pid=""
 if [ "$quick" != 1 ]; then
-    # The fully static daemon of armel only: it is the one run end to end below.
-    setsid nice -n 19 bash -c 'bash scripts/cross.sh --static armel && bash scripts/cross.sh armhf aarch64' \
+    # The fully static daemon of armel only: it is the one run end to end below. The Buildroot
+    # package's build is an armel build too.
+    setsid nice -n 19 bash -c 'bash scripts/cross.sh --static armel && bash scripts/cross.sh armhf aarch64 &&
+                               bash scripts/check-buildroot-package.sh' \
         >"$cross_log" 2>&1 &
     cross_pid=$!
 fi
@@ -64,9 +69,12 @@ fi
 stage "scripts/check-sanitizers.sh"
 bash scripts/check-sanitizers.sh
 
-stage "boards: armel, armhf, aarch64 (built and unit-tested beside the stages above)"
+stage "scripts/check-debian-package.sh"
+bash scripts/check-debian-package.sh
+
+stage "boards: armel, armhf, aarch64 and the Buildroot package (built and tested beside the stages above)"
 finish_boards
-grep -E '^== |tests passed|cross.sh:|check-deployable:|: ELF ' "$cross_log"  # all of it: $cross_log
+grep -E '^== |tests passed|cross.sh:|check-deployable:|check-buildroot|: ELF ' "$cross_log"  # all of it: $cross_log
 stage "boards: the armel daemon, dynamic and fully static, end to end under qemu-arm"
 bash scripts/cross.sh --e2e-only --static armel
 
