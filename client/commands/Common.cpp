@@ -40,9 +40,12 @@ const CLI::Validator& timeoutSeconds() {
 }  // namespace
 
 void addCommonOptions(CLI::App& command, CommonOptions& options, const std::string& timeoutHelp) {
-    command.add_option("-i,--interface", options.interfaces,
-                       "Use only this interface (repeatable); default: every up IPv4 interface "
-                       "with broadcast");
+    // One interface per -i, so that `lcf query -i eth0 MAC` leaves the MAC a positional.
+    command
+        .add_option("-i,--interface", options.interfaces,
+                    "Use only this interface (repeatable); default: every up IPv4 interface "
+                    "with broadcast")
+        ->allow_extra_args(false);
     command.add_option("-t,--timeout", options.timeoutSeconds, timeoutHelp)
         ->check(timeoutSeconds());
 }

@@ -377,6 +377,8 @@ TEST_F(LcfTool, UsageErrorsExitTwoAndSendNothing) {
          "lcf: --timeout: expected seconds above 0 and at most 3600, got '0'\n" + more},
         {{"discover", "-i", "eth7"},
          "lcf: interface eth7 is not up with an IPv4 broadcast address\n"},
+        {{"discover", "-i", "lan0", "eth7"},
+         "lcf: The following argument was not expected: eth7\n" + more},
         {{"query"}, "lcf: MAC is required\n" + more},
         {{"query", "02:4c:43:00:00"},
          "lcf: invalid MAC address '02:4c:43:00:00' (expected six hexadecimal pairs like "
@@ -477,7 +479,8 @@ TEST_F(LcfTool, AToolHostOnTwoSegmentsTagsEachControllerWithItsInterface) {
     EXPECT_EQ(elsewhere.result.status, 1);
     EXPECT_EQ(elsewhere.result.err, "lcf: no answer from 02:4C:43:00:00:04 within 1 s\n");
     EXPECT_EQ(sb().out(4).find("#mac=02:4C:43:00:00:04\n"), std::string::npos) << sb().out(4);
-    const LcfRun own = runLcf(sb(), {"clear", "02:4c:43:00:00:04", "syslogip", "-i", "lan1"});
+    // -i takes one interface, so it may also stand before the positionals.
+    const LcfRun own = runLcf(sb(), {"clear", "-i", "lan1", "02:4c:43:00:00:04", "syslogip"});
     EXPECT_EQ(own.result.status, 0);
     EXPECT_EQ(own.result.out, "02:4C:43:00:00:04 accept=yes\n");
 }
