@@ -1,0 +1,1 @@
+# tshark decodes the captures in captures/ and compares its fields with expected/.
