@@ -8,7 +8,7 @@ import sys
 
 from .background import supervise_main, syslogd_main
 from .board import parse_board
-from .naming import BASE, ENTRY, PLATFORMS, ns_name
+from .naming import BASE, ENTRY, MAX_TOOL_HOSTS, PLATFORMS, ns_name
 from .sandbox import Sandbox, gc_all
 from .send import send_main
 from .util import die, read_bytes
@@ -77,6 +77,10 @@ def main(argv):
                    help="keep each controller's replies from reaching the other controllers "
                         "(the tool side hears all): a segment of hundreds otherwise loses "
                         "probes in the receive queues of controllers waiting for the CPU")
+    p.add_argument("--tool-hosts", type=int, default=1, metavar="N",
+                   help="put N tool hosts (1 to %d) on segment 1: host H>1 is a namespace of its own "
+                        "with lan0 at 198.18.255.(240-H), for one tool to watch another's "
+                        "traffic (exec --tool-host H)" % MAX_TOOL_HOSTS)
     p.add_argument("--lcfd-prefix", default="", metavar="COMMAND",
                    help="run every daemon as COMMAND LCFD (split like a shell line; {dir} stands "
                         "for the controller's directory), e.g. 'valgrind "
@@ -100,6 +104,8 @@ def main(argv):
 
     p = sub.add_parser("exec", help="run a command in the tool namespace or in a controller")
     p.add_argument("-c", "--ctrl", type=int, help="controller id (default: the tool side)")
+    p.add_argument("--tool-host", type=int, default=1, metavar="H",
+                   help="on the tool side, run in tool host H (see up --tool-hosts; default 1)")
     p.add_argument("command", nargs=argparse.REMAINDER)
 
     p = sub.add_parser("send", help="broadcast a request from the tool side and print the replies")
@@ -139,11 +145,13 @@ def main(argv):
         lcfd = os.path.abspath(args.lcfd)
         if not os.access(lcfd, os.X_OK):
             die("%s is not an executable" % lcfd)
+        if not 1 <= args.tool_hosts <= MAX_TOOL_HOSTS:
+            die("--tool-hosts: 1 to %d" % MAX_TOOL_HOSTS)
         gc_all()
         try:
             sb.up(parse_controllers(args), lcfd, args.owner_pid, not args.no_start, args.wait,
                   shlex.split(args.lcfd_prefix), args.loss, not args.no_cpu_order,
-                  not args.no_crosstalk)
+                  not args.no_crosstalk, args.tool_hosts)
         except Exception as e:
             sys.stderr.write("lcfd-sandbox: up failed: %s\n" % e)
             sb.down(quiet=True)
@@ -181,7 +189,7 @@ def main(argv):
             cmd = ["/bin/bash"]
         if args.ctrl is not None:
             sb.ctrl(args.ctrl)
-        sb.exec_cmd(args.ctrl, cmd)
+        sb.exec_cmd(args.ctrl, cmd, args.tool_host)
     elif args.cmd == "send":
         argv2 = ["nsenter", "--net=/run/netns/%s" % ns_name(sb.name, "tool"), "--",
                  sys.executable, str(ENTRY), "-n", sb.name, "_send", args.message,

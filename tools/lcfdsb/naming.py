@@ -49,6 +49,21 @@ def tool_addr(segment):
     return "198.18.255.%d" % (255 - segment)
 
 
+# More tool hosts may share segment 1 with the first (up --tool-hosts): host H (2 to 9) is
+# a namespace of its own with interface lan0 and this address, so that one tool can watch
+# what another sends and receives, from a host of its own.
+MAX_TOOL_HOSTS = 9
+
+
+def tool_host_addr(host):
+    return "198.18.255.%d" % (240 - host)
+
+
+def tool_host_ns(host):
+    """The namespace part of tool host H's name: "tool" for the first, "toolH" for the others."""
+    return "tool" if host == 1 else "tool%d" % host
+
+
 def switch_name(segment):
     return "sw" if segment == 1 else "sw%d" % segment
 

@@ -15,7 +15,8 @@ import time
 from .controller import Controller
 from .cpuorder import CpuOrder
 from .daemons import Daemons
-from .naming import BASE, NS_PREFIX, PREFIX_LEN, SIM, ctrl_mac, ns_name, tool_addr, tool_iface
+from .naming import (BASE, NS_PREFIX, PREFIX_LEN, SIM, ctrl_mac, ns_name, tool_addr, tool_host_addr,
+                     tool_host_ns, tool_iface)
 from .segment import Segment
 from .syscalls import MS_BIND, MS_PRIVATE, sys_mount
 from .util import Phases, die, pid_alive, read_text
@@ -72,14 +73,14 @@ class Sandbox(Segment, Controller, Daemons):
 
     # -- building -----------------------------------------------------------
     def up(self, boards, lcfd, owner_pid, start, wait, lcfd_prefix=(), loss=0, cpu_order=True,
-           crosstalk=True):
+           crosstalk=True, tool_hosts=1):
         if self.meta_path.exists() or any(self.own_netns()):
             self.down(quiet=True)
         self.dir.mkdir(parents=True, exist_ok=True)
         self.meta = {"name": self.name, "lcfd": lcfd, "owner_pid": owner_pid,
                      "created": time.time(), "controllers": boards, "syslogd_pid": None,
                      "lcfd_prefix": list(lcfd_prefix), "loss": loss, "cpu_order": cpu_order,
-                     "crosstalk": crosstalk, "supervisors": []}
+                     "crosstalk": crosstalk, "supervisors": [], "tool_hosts": tool_hosts}
         self.save()
         # The namespace files of the controllers' mount namespaces are bind
         # mounts, which need a mount point that does not propagate.
@@ -117,7 +118,7 @@ class Sandbox(Segment, Controller, Daemons):
             names = os.listdir("/run/netns")
         except OSError:
             return []
-        pat = re.compile(re.escape(NS_PREFIX + self.name + ".") + r"(seg|tool|c\d+)$")
+        pat = re.compile(re.escape(NS_PREFIX + self.name + ".") + r"(seg|tool\d*|c\d+)$")
         return sorted(n for n in names if pat.match(n))
 
     def down(self, quiet=False):
@@ -164,6 +165,9 @@ class Sandbox(Segment, Controller, Daemons):
             print("segment: controllers do not hear one another's replies")
         print("tool: netns %s, %s" % (ns_name(self.name, "tool"), ", ".join(
             "address %s/%d on %s" % (tool_addr(n), PREFIX_LEN, tool_iface(n)) for n in self.segments())))
+        for h in range(2, self.meta.get("tool_hosts", 1) + 1):
+            print("tool host %d: netns %s, address %s/%d on %s" % (
+                h, ns_name(self.name, tool_host_ns(h)), tool_host_addr(h), PREFIX_LEN, tool_iface(1)))
         print("%-4s %-8s %-6s %-15s %-17s %-8s %s" % ("id", "platform", "iface", "address", "mac", "pid", "state"))
         for k in self.controllers():
             c = self.ctrl(k)
@@ -179,9 +183,12 @@ class Sandbox(Segment, Controller, Daemons):
             print("%-4d %-8s %-6s %-15s %-17s %-8s %s" % (k, c["platform"], c["iface"], ip,
                                                         ctrl_mac(k).upper(), pid or "-", state))
 
-    def exec_cmd(self, k, cmd):
+    def exec_cmd(self, k, cmd, tool_host=1):
         if k is None:
-            argv = ["nsenter", "--net=/run/netns/%s" % ns_name(self.name, "tool"), "--"] + cmd
+            if tool_host < 1 or tool_host > self.meta.get("tool_hosts", 1):
+                die("no tool host %d in sandbox %r" % (tool_host, self.name))
+            argv = ["nsenter", "--net=/run/netns/%s" % ns_name(self.name, tool_host_ns(tool_host)),
+                    "--"] + cmd
         else:
             d = self.cdir(k)
             env = ["%s=%s" % kv for kv in self.sim_env(k).items()]
@@ -217,7 +224,7 @@ def gc_all():
     except OSError:
         names = []
     for n in names:
-        m = re.fullmatch(re.escape(NS_PREFIX) + r"([A-Za-z0-9_-]+)\.(seg|tool|c\d+)", n)
+        m = re.fullmatch(re.escape(NS_PREFIX) + r"([A-Za-z0-9_-]+)\.(seg|tool\d*|c\d+)", n)
         if m and not (BASE / m.group(1)).exists():
             subprocess.run(["ip", "netns", "del", n], capture_output=True)
     for name, root in CpuOrder.roots():

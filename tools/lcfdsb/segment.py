@@ -2,7 +2,8 @@
 links and addresses, and the nftables rules of a lossy segment and of one
 without crosstalk.  A part of Sandbox (see sandbox.py), whose bookkeeping it uses."""
 
-from .naming import PORT, PREFIX_LEN, ctrl_addr, ctrl_mac, ns_name, switch_name, tool_addr, tool_iface
+from .naming import (PORT, PREFIX_LEN, ctrl_addr, ctrl_mac, ns_name, switch_name, tool_addr,
+                     tool_host_addr, tool_host_ns, tool_iface)
 from .util import run
 
 
@@ -33,8 +34,29 @@ class Segment:
         # The limited broadcast leaves on the first segment unless the sender
         # binds its socket to another interface.
         tool_cmds.append("route add 255.255.255.255/32 dev %s" % tool_iface(1))
+        hosts = range(2, self.meta.get("tool_hosts", 1) + 1)
+        for h in hosts:
+            run(["ip", "netns", "add", ns_name(self.name, tool_host_ns(h))])
+            seg_cmds += [
+                "link add host%d type veth peer name %s netns %s"
+                % (h, tool_iface(1), ns_name(self.name, tool_host_ns(h))),
+                "link set host%d master %s" % (h, switch_name(1)),
+                "link set host%d up" % h,
+            ]
         run(["ip", "-n", seg, "-batch", "-"], input_text="\n".join(seg_cmds) + "\n")
         run(["ip", "-n", tool, "-batch", "-"], input_text="\n".join(tool_cmds) + "\n")
+        for h in hosts:
+            # Another tool host on segment 1: only lan0, the broadcast route on it.
+            lan = tool_iface(1)
+            host_cmds = [
+                "link set lo up",
+                "link set %s addrgenmode none" % lan,
+                "addr add %s/%d dev %s" % (tool_host_addr(h), PREFIX_LEN, lan),
+                "link set %s up" % lan,
+                "route add 255.255.255.255/32 dev %s" % lan,
+            ]
+            run(["ip", "-n", ns_name(self.name, tool_host_ns(h)), "-batch", "-"],
+                input_text="\n".join(host_cmds) + "\n")
         self.set_loss(self.meta.get("loss", 0))
         if not self.meta.get("crosstalk", True):
             self.stop_crosstalk()
