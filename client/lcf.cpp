@@ -15,6 +15,7 @@
 #include "client/commands/Common.hpp"
 #include "client/commands/Discover.hpp"
 #include "client/commands/Query.hpp"
+#include "client/commands/Watch.hpp"
 #include "wire/Protocol.hpp"
 
 using namespace lcf::commands;
@@ -84,10 +85,12 @@ int main(int argc, char** argv) {
     const CLI::App* clear = addClearCommand(app, clearArgs);
     ApplyArgs applyArgs;
     const CLI::App* apply = addApplyCommand(app, applyArgs);
+    WatchArgs watchArgs;
+    const CLI::App* watch = addWatchCommand(app, watchArgs);
 
     const std::vector<std::string> names = {discover->get_name(), query->get_name(),
-                                            assign->get_name(), clear->get_name(),
-                                            apply->get_name()};
+                                            assign->get_name(),   clear->get_name(),
+                                            apply->get_name(),    watch->get_name()};
     if (const auto problem = commandProblem(argc, argv, names)) {
         printComplaint(*problem);
         std::fputs("Run 'lcf --help' for more information.\n", stderr);
@@ -113,6 +116,9 @@ int main(int argc, char** argv) {
         }
         if (clear->parsed()) {
             return runClear(clearArgs);
+        }
+        if (watch->parsed()) {
+            return runWatch(watchArgs);
         }
         // require_subcommand(1): the one left.
         return runApply(applyArgs);

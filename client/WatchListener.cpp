@@ -1,0 +1,184 @@
+#include "client/WatchListener.hpp"
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+#include "client/Transport.hpp"
+#include "wire/Protocol.hpp"
+
+namespace lcf {
+namespace {
+
+constexpr std::size_t kLargestDatagram = 65536;
+constexpr int kReceiveBufferBytes = 8 * 1024 * 1024;
+
+std::runtime_error systemError(const std::string& what) {
+    return std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+void enable(int fd, int level, int option, const char* what) {
+    const int one = 1;
+    if (setsockopt(fd, level, option, &one, sizeof one) != 0) {
+        throw systemError(what);
+    }
+}
+
+// A socket on the service port that the daemon and other tools on the host share: every one of
+// them bound with address reuse gets its own copy of each broadcast.
+int openShared(const std::string& interfaceName) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        throw systemError("cannot open a UDP socket");
+    }
+    try {
+        enable(fd, SOL_SOCKET, SO_REUSEADDR, "cannot share the service port");
+        // Also next to a tool that shares the port through SO_REUSEPORT alone.
+        enable(fd, SOL_SOCKET, SO_REUSEPORT, "cannot share the service port");
+        enable(fd, SOL_SOCKET, SO_TIMESTAMPNS, "cannot ask for arrival times");
+        if (interfaceName.empty()) {
+            enable(fd, IPPROTO_IP, IP_PKTINFO, "cannot ask for the arrival interface");
+        } else if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
+                              static_cast<socklen_t>(interfaceName.size() + 1)) != 0) {
+            throw systemError("cannot bind to interface " + interfaceName);
+        }
+        if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBufferBytes,
+                       sizeof kReceiveBufferBytes) != 0) {
+            setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
+        }
+        sockaddr_in any{};
+        any.sin_family = AF_INET;
+        any.sin_port = htons(lcfd::kServicePort);
+        any.sin_addr.s_addr = htonl(INADDR_ANY);
+        if (bind(fd, reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0) {
+            throw systemError("cannot listen on UDP port " + std::to_string(lcfd::kServicePort));
+        }
+    } catch (...) {
+        close(fd);
+        throw;
+    }
+    return fd;
+}
+
+std::string interfaceNameOf(unsigned index) {
+    char name[IF_NAMESIZE] = {};
+    if (index == 0 || if_indextoname(index, name) == nullptr) {
+        return "?";
+    }
+    return name;
+}
+
+}  // namespace
+
+WatchListener::WatchListener(const std::vector<std::string>& interfaceNames) {
+    for (const std::string& name : interfaceNames) {
+        if (name.empty() || name.size() >= IF_NAMESIZE || if_nametoindex(name.c_str()) == 0) {
+            throw UnusableInterface("no interface " + name);
+        }
+    }
+    try {
+        if (interfaceNames.empty()) {
+            sockets_.push_back({openShared(std::string()), std::string()});
+        }
+        for (const std::string& name : interfaceNames) {
+            bool known = false;
+            for (const Socket& open : sockets_) {
+                known = known || open.interfaceName == name;
+            }
+            if (!known) {
+                sockets_.push_back({openShared(name), name});
+            }
+        }
+    } catch (...) {
+        for (const Socket& open : sockets_) {
+            close(open.fd);
+        }
+        throw;
+    }
+}
+
+WatchListener::~WatchListener() {
+    for (const Socket& open : sockets_) {
+        close(open.fd);
+    }
+}
+
+std::optional<WatchDatagram> WatchListener::receive(std::chrono::milliseconds timeout,
+                                                    const void* signalMask) {
+    std::vector<pollfd> waiting;
+    waiting.reserve(sockets_.size());
+    for (const Socket& open : sockets_) {
+        waiting.push_back({open.fd, POLLIN, 0});
+    }
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    const timespec wait{static_cast<time_t>(whole.count()),
+                        static_cast<long>((timeout - whole).count()) * 1000000L};
+    const int ready =
+        ppoll(waiting.data(), waiting.size(), &wait, static_cast<const sigset_t*>(signalMask));
+    if (ready < 0 && errno != EINTR) {
+        throw systemError("cannot wait for datagrams");
+    }
+    if (ready <= 0) {
+        return std::nullopt;
+    }
+    for (std::size_t step = 0; step < sockets_.size(); ++step) {
+        const std::size_t at = (next_ + step) % sockets_.size();
+        if ((waiting[at].revents & POLLIN) == 0) {
+            continue;
+        }
+        next_ = at + 1;
+        std::vector<char> buffer(kLargestDatagram);
+        iovec part{buffer.data(), buffer.size()};
+        alignas(
+            cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo)) + CMSG_SPACE(sizeof(timespec))];
+        sockaddr_in from{};
+        msghdr header{};
+        header.msg_name = &from;
+        header.msg_namelen = sizeof from;
+        header.msg_iov = &part;
+        header.msg_iovlen = 1;
+        header.msg_control = control;
+        header.msg_controllen = sizeof control;
+        const ssize_t received = recvmsg(sockets_[at].fd, &header, MSG_DONTWAIT);
+        if (received < 0) {
+            continue;
+        }
+        WatchDatagram datagram;
+        datagram.text.assign(buffer.data(), static_cast<std::size_t>(received));
+        datagram.interfaceName = sockets_[at].interfaceName;
+        datagram.time = WallClock::now();
+        char address[INET_ADDRSTRLEN] = {};
+        inet_ntop(AF_INET, &from.sin_addr, address, sizeof address);
+        datagram.sender = address;
+        datagram.senderPort = ntohs(from.sin_port);
+        for (cmsghdr* item = CMSG_FIRSTHDR(&header); item != nullptr;
+             item = CMSG_NXTHDR(&header, item)) {
+            if (item->cmsg_level == IPPROTO_IP && item->cmsg_type == IP_PKTINFO) {
+                in_pktinfo info{};
+                std::memcpy(&info, CMSG_DATA(item), sizeof info);
+                datagram.interfaceName = interfaceNameOf(static_cast<unsigned>(info.ipi_ifindex));
+            } else if (item->cmsg_level == SOL_SOCKET && item->cmsg_type == SO_TIMESTAMPNS) {
+                // When the host took it off the wire, not when this process got to it: delays
+                // stay right on a busy machine.
+                timespec stamp{};
+                std::memcpy(&stamp, CMSG_DATA(item), sizeof stamp);
+                datagram.time =
+                    WallClock::time_point(std::chrono::duration_cast<WallClock::duration>(
+                        std::chrono::seconds(stamp.tv_sec) +
+                        std::chrono::nanoseconds(stamp.tv_nsec)));
+            }
+        }
+        return datagram;
+    }
+    return std::nullopt;
+}
+
+}  // namespace lcf
