@@ -129,7 +129,9 @@ local function printable(t)
 end
 
 local function quoted(t)
-    return '"' .. printable(t) .. '"'
+    local p = printable(t)
+    if #p > 60 then p = string.sub(p, 1, 57) .. "..." end
+    return '"' .. p .. '"'
 end
 
 -- The low 32 bits of strtol's value for a run of digits (saturating at the largest long).
@@ -235,8 +237,9 @@ local function dissect(tvb, pinfo, tree)
     -- one field "key=value": lcf.key, lcf.value and the named field of the key (seqid and
     -- mac only in their own positions)
     local function addPair(span, listed)
-        local item = addText(root, F.field, span)
         local k, v = split(s, span, "=")
+        if span[2] == 0 then return root, "", "" end -- no field here
+        local item = addText(root, F.field, span)
         addText(item, F.key, k)
         addText(item, F.value, v)
         local key = text(s, k)
@@ -253,7 +256,7 @@ local function dissect(tvb, pinfo, tree)
     if #header ~= 4 or string.sub(header, 1, 3) ~= "LCF" then
         headerOk = false
         experted(headerItem, E.header, "Header " .. quoted(header) ..
-            " is not \"LCF\" and one version character: the daemon does not understand the datagram and does not answer")
+            " is not \"LCF\" followed by one version character: the daemon does not understand the datagram and does not answer")
     else
         local vitem = addText(headerItem, F.version, { headerSpan[1] + 3, 1 })
         local v = string.sub(header, 4, 4)
@@ -291,7 +294,11 @@ local function dissect(tvb, pinfo, tree)
 
     -- the daemon's parseSeqId; reports why it fails
     local function seqidField(span)
-        local item, k, v = addPair(span)
+        local item, k, v = addPair(span, true)
+        if k == "seqid" then addText(item, F.seqid, (select(2, split(s, span, "=")))) end
+        if span[2] == 0 then
+            return false, item, "No sequence identifier field", E.seqid
+        end
         if k ~= "seqid" then
             return false, item, "Sequence identifier field has key " .. quoted(k) .. ", not \"seqid\"", E.seqid
         end
@@ -309,18 +316,18 @@ local function dissect(tvb, pinfo, tree)
         macWritten = value
         local item
         if query then
-            -- displayed field by field; the daemon reads the span whole
             -- the daemon reads the span whole as one "mac=" field; shown field by field
             local first, more, found = split(s, span, "#")
             item = addPair(first, true)
-            if span[2] > 0 then addText(item, F.mac, v) end
+            if v[2] > 0 then addText(item, F.mac, v) end
             while found do
                 local f
                 f, more, found = split(s, more, "#")
                 addPair(f, true)
             end
         else
-            item = addPair(span)
+            item = addPair(span, true)
+            if v[2] > 0 then addText(item, F.mac, v) end
         end
         if key == "mac" then
             local bad = badMacGroup(value)
@@ -384,10 +391,10 @@ local function dissect(tvb, pinfo, tree)
         local ok, item, why, e = seqidField(seqSpan)
         if ok then
             ok, item, why, e = macField(macSpan, true)
-        elseif macSpan[2] > 0 then
-            addPair(macSpan)
+        else
+            addPair(macSpan, true)
         end
-        summary[#summary + 1] = "seqid=" .. printable(seqid)
+        summary[#summary + 1] = printable(text(s, seqSpan))
         if not ok then
             experted(item, e, why .. ": the daemon does not understand the QUERY and does not answer")
             if macWritten then summary[#summary + 1] = printable(macWritten) end
@@ -418,14 +425,15 @@ local function dissect(tvb, pinfo, tree)
             ok, item, why, e = macField(macSpan, false)
             stopped = not ok
         else
-            addPair(macSpan)
+            addPair(macSpan, true)
         end
         if stopped then
             experted(item, e, why ..
                 ": the daemon stops before the address, so every controller that knows its MAC ignores the " .. command)
         end
-        summary[#summary + 1] = "seqid=" .. printable(seqid)
-        if macWritten then summary[#summary + 1] = printable(upperC(macWritten)) end
+        summary[#summary + 1] = printable(text(s, seqSpan))
+        local _, macValue = split(s, macSpan, "=")
+        if macValue[2] > 0 then summary[#summary + 1] = printable(upperC(text(s, macValue))) end
         if command == "ASSIGN" then
             -- the daemon's parseFieldList and parseField
             local listOk = true
@@ -491,8 +499,10 @@ local function dissect(tvb, pinfo, tree)
                 local keyItem = addText(root, F.server_key, last)
                 parsed = SERVER_KEYS[text(s, last)] == true
                 if not parsed then
-                    experted(keyItem, E.server_key, "CLEAR names " .. quoted(text(s, last)) ..
-                        ", not exactly ntpip, syslogip or nameserver: the daemon refuses it (accept=no)")
+                    local what = "has no server key"
+                    if last[2] > 0 then what = "names " .. quoted(text(s, last)) .. ", not exactly a server key" end
+                    experted(keyItem, E.server_key, "CLEAR " .. what ..
+                        " (ntpip, syslogip or nameserver): the daemon refuses it (accept=no)")
                 end
             elseif last[2] > 0 then
                 addText(root, F.server_key, last)
@@ -556,7 +566,10 @@ local function dissect(tvb, pinfo, tree)
     end
 
     local info = word ~= "" and printable(word) or "(no command)"
-    if #summary > 0 then info = info .. " " .. table.concat(summary, " ") end
+    for _, part in ipairs(summary) do
+        if #part > 60 then part = string.sub(part, 1, 57) .. "..." end
+        info = info .. " " .. part
+    end
     if not headerOk then info = "[bad header " .. quoted(header) .. "] " .. info end
     if not understood then info = info .. " [not understood]" end
     pinfo.cols.info = info
