@@ -248,6 +248,18 @@ local function dissect(tvb, pinfo, tree)
         return item, text(s, k), text(s, v)
     end
 
+    -- every "#"-separated field of a span, empty ones left out; the first one's item
+    local function addFields(span)
+        local first, more, found = split(s, span, "#")
+        local item = addPair(first, true)
+        while found do
+            local f
+            f, more, found = split(s, more, "#")
+            addPair(f, true)
+        end
+        return item
+    end
+
     local all = { 0, n }
     local headerSpan, rest = split(s, all, "#")
     local header = text(s, headerSpan)
@@ -289,6 +301,7 @@ local function dissect(tvb, pinfo, tree)
     local pref = upperC(lcf.prefs.device_mac or "")
     local understood, outcome = false, "ignored"
     local seqid, mac = "", ""            -- as the daemon keeps them
+    local hasSeqid = false               -- a sequence identifier was read: replies can be linked
     local macWritten = nil               -- the MAC field's value as written (display)
     local summary = {}
 
@@ -306,6 +319,7 @@ local function dissect(tvb, pinfo, tree)
             return false, item, "Sequence identifier " .. quoted(v) .. " holds a reserved character (# ; =)", E.seqid
         end
         seqid = v
+        hasSeqid = true
         return true, item
     end
 
@@ -317,14 +331,8 @@ local function dissect(tvb, pinfo, tree)
         local item
         if query then
             -- the daemon reads the span whole as one "mac=" field; shown field by field
-            local first, more, found = split(s, span, "#")
-            item = addPair(first, true)
+            item = addFields(span)
             if v[2] > 0 then addText(item, F.mac, v) end
-            while found do
-                local f
-                f, more, found = split(s, more, "#")
-                addPair(f, true)
-            end
         else
             item = addPair(span, true)
             if v[2] > 0 then addText(item, F.mac, v) end
@@ -346,7 +354,6 @@ local function dissect(tvb, pinfo, tree)
         return true, item
     end
 
-    local device = pref
     local function addressed(isQuery)
         if isQuery and mac == "" then return true end
         if pref ~= "" then return mac == pref end
@@ -365,21 +372,16 @@ local function dissect(tvb, pinfo, tree)
         understood = true
         local more = remainder
         local values = {}
-        local order = {}
         while more[2] > 0 do
             local f
             f, more = split(s, more, "#")
-            if f[2] > 0 then
-                local _, k, v = addPair(f)
-                if values[k] == nil then
-                    values[k] = v
-                    order[#order + 1] = k
-                end
-            end
+            local _, k, v = addPair(f)
+            if values[k] == nil then values[k] = v end
         end
         seqid = values.seqid or ""
+        hasSeqid = values.seqid ~= nil
         mac = upperC(values.mac or "")
-        summary[#summary + 1] = "seqid=" .. printable(seqid)
+        if values.seqid then summary[#summary + 1] = "seqid=" .. printable(seqid) end
         if command == "STATUS" then
             if values.mac then summary[#summary + 1] = printable(values.mac) end
             if values.ip then summary[#summary + 1] = "ip=" .. printable(values.ip) end
@@ -392,7 +394,7 @@ local function dissect(tvb, pinfo, tree)
         if ok then
             ok, item, why, e = macField(macSpan, true)
         else
-            addPair(macSpan, true)
+            addFields(macSpan)
         end
         summary[#summary + 1] = printable(text(s, seqSpan))
         if not ok then
@@ -534,7 +536,7 @@ local function dissect(tvb, pinfo, tree)
 
     -- request and response linking, by sequence identifier and MAC address
     local frame = pinfo.number
-    if not pinfo.visited and headerOk then
+    if not pinfo.visited and headerOk and hasSeqid then
         if command == "QUERY" or command == "ASSIGN" or command == "CLEAR" then
             local list = requests[seqid] or {}
             requests[seqid] = list
