@@ -1,0 +1,393 @@
+// lcf watch on a sandboxed segment: while lcf discovers, assigns and clears from another tool
+// host, the watch prints every request and reply that passed, each reply paired with its request,
+// and keeps out of the way of the daemon and of other listeners on its own host.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <dirent.h>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+#include <sstream>
+
+#include "LcfSupport.hpp"
+
+namespace e2e {
+namespace {
+
+using WatchTest = LcfdBed;
+
+// The second tool host of the segment (lcfd-sandbox up --tool-hosts 2).
+constexpr const char* kOtherToolAddress = "198.18.255.238";
+
+// A program running in a network namespace of the sandbox, its output into files, until it is
+// stopped. Killed by the destructor if the test ended first.
+class Background {
+  public:
+    Background(const std::string& netns, const std::vector<std::string>& args,
+               const std::string& directory, const std::string& name)
+        : outPath_(directory + "/" + name + ".out"), errPath_(directory + "/" + name + ".err") {
+        std::vector<std::string> argv = {"/usr/bin/nsenter", "--net=/run/netns/" + netns, "--"};
+        argv.insert(argv.end(), args.begin(), args.end());
+        std::vector<char*> pointers;
+        for (std::string& arg : argv) {
+            pointers.push_back(arg.data());
+        }
+        pointers.push_back(nullptr);
+        const int out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int err = open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        pid_ = fork();
+        if (pid_ == 0) {
+            const int devNull = open("/dev/null", O_RDONLY);
+            dup2(devNull, 0);
+            dup2(out, 1);
+            dup2(err, 2);
+            execv(pointers[0], pointers.data());
+            _exit(127);
+        }
+        close(out);
+        close(err);
+    }
+    ~Background() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    Background(const Background&) = delete;
+    Background& operator=(const Background&) = delete;
+
+    pid_t pid() const { return pid_; }
+    std::string out() const { return readFile(outPath_); }
+    std::string err() const { return readFile(errPath_); }
+
+    // Whether the process holds a UDP socket bound to the service port: then it hears the
+    // segment. Read from its own namespace's socket table and its own descriptors.
+    bool listening() const {
+        std::set<std::string> inodes;
+        const std::string fdDirectory = "/proc/" + std::to_string(pid_) + "/fd";
+        if (DIR* directory = opendir(fdDirectory.c_str())) {
+            while (const dirent* entry = readdir(directory)) {
+                char target[128] = {};
+                const std::string link = fdDirectory + "/" + entry->d_name;
+                const ssize_t length = readlink(link.c_str(), target, sizeof target - 1);
+                const std::string text(target, length > 0 ? static_cast<std::size_t>(length) : 0);
+                if (text.rfind("socket:[", 0) == 0) {
+                    inodes.insert(text.substr(8, text.size() - 9));
+                }
+            }
+            closedir(directory);
+        }
+        std::istringstream table(readFile("/proc/" + std::to_string(pid_) + "/net/udp"));
+        char port[8];
+        std::snprintf(port, sizeof port, ":%04X", kPort);
+        for (std::string line; std::getline(table, line);) {
+            std::istringstream columns(line);
+            std::vector<std::string> column;
+            for (std::string word; columns >> word;) {
+                column.push_back(word);
+            }
+            // sl local_address rem_address st tx_queue:rx_queue tr:tm->when retrnsmt uid timeout
+            // inode
+            if (column.size() > 9 && column[1].size() > 5 &&
+                column[1].substr(column[1].size() - 5) == port && inodes.count(column[9]) > 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // SIGTERM, then the exit status once it ended (-1: it did not, or not normally).
+    int stop() {
+        if (pid_ <= 0) {
+            return -1;
+        }
+        kill(pid_, SIGTERM);
+        int status = 0;
+        pid_t ended = 0;
+        waitUntil(
+            [&] {
+                ended = waitpid(pid_, &status, WNOHANG);
+                return ended != 0;
+            },
+            Seconds(30));
+        if (ended != pid_) {
+            return -1;
+        }
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+  private:
+    std::string outPath_;
+    std::string errPath_;
+    pid_t pid_ = -1;
+};
+
+class TemporaryDirectory {
+  public:
+    TemporaryDirectory() {
+        char pattern[] = "/tmp/lcf-watch-test.XXXXXX";
+        if (mkdtemp(pattern) != nullptr) {
+            path_ = pattern;
+        }
+    }
+    ~TemporaryDirectory() {
+        if (!path_.empty()) {
+            std::error_code ignored;
+            std::filesystem::remove_all(path_, ignored);
+        }
+    }
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+// lcf run on the second tool host.
+LcfRun runLcfOnOtherHost(const Sandbox& sb, const std::vector<std::string>& args) {
+    std::vector<std::string> argv = {"/usr/bin/nsenter", "--net=/run/netns/" + sb.toolNetns() + "2",
+                                     "--", lcfBinary()};
+    argv.insert(argv.end(), args.begin(), args.end());
+    LcfRun run;
+    const auto start = Clock::now();
+    run.result = runProgram(argv, Seconds(120));
+    run.seconds = Seconds(Clock::now() - start).count();
+    return run;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// A string member of a watch's JSON line, or `absent` when it is missing or not a string (null).
+std::string textOf(const Json& object, const char* key, const std::string& absent) {
+    const auto found = object.find(key);
+    return found != object.end() && found->is_string() ? found->get<std::string>() : absent;
+}
+
+// A captured datagram as the watch must describe it, from its bytes alone: sender, length,
+// command, seqid and MAC ("*" for a QUERY without one; only lcf's well-formed traffic is
+// expected here).
+std::string describeFrame(const IpFrame& frame) {
+    const std::string payload = frame.payload();
+    std::vector<std::string> fields;
+    std::istringstream stream(payload);
+    for (std::string field; std::getline(stream, field, '#');) {
+        fields.push_back(field);
+    }
+    const auto valueOf = [](const std::string& field) { return field.substr(field.find('=') + 1); };
+    std::string mac = "*";
+    if (fields.size() > 3) {
+        mac = valueOf(fields[3]);
+    }
+    return frame.source() + " " + std::to_string(payload.size()) + " " +
+           (fields.size() > 1 ? fields[1] : "?") + " " +
+           (fields.size() > 2 ? valueOf(fields[2]) : "?") + " " + mac;
+}
+
+// The same facts from one JSON line of the watch.
+std::string describeJson(const Json& line) {
+    return textOf(line, "sender", "?") + " " + std::to_string(line.value("length", 0)) + " " +
+           textOf(line, "command", "?") + " " + textOf(line, "seqid", "?") + " " +
+           (line.value("every_controller", false) ? std::string("*") : textOf(line, "mac", "?"));
+}
+
+// The line the plain watch prints for what its JSON line says.
+std::string plainLineFor(const Json& line) {
+    std::string command = textOf(line, "command", "?");
+    command.resize(std::max<std::size_t>(command.size(), 6), ' ');
+    std::string text =
+        textOf(line, "time", "").substr(11, 12) + " " + textOf(line, "interface", "") + " " +
+        textOf(line, "sender", "") + " " + command + " seqid=" + textOf(line, "seqid", "-") +
+        " mac=" +
+        (line.value("every_controller", false) ? std::string("*") : textOf(line, "mac", "-"));
+    if (!textOf(line, "summary", "").empty()) {
+        text += " " + textOf(line, "summary", "");
+    }
+    if (textOf(line, "kind", "") == "reply") {
+        const auto delayMs = line.find("delay_ms");
+        if (delayMs != line.end() && delayMs->is_number()) {
+            char delay[32];
+            std::snprintf(delay, sizeof delay, "+%.1f", delayMs->get<double>());
+            text += std::string(" (") + delay + " ms after " + textOf(line, "request", "") + ")";
+        } else {
+            text += " (no request seen)";
+        }
+    }
+    return text;
+}
+
+TEST_F(WatchTest, ShowsEveryRequestAndReplyOfAnotherToolHostPairedWithDelays) {
+    const std::vector<std::string> specs = mixedBoards(3);
+    ASSERT_TRUE(upServing(specs, {"--tool-hosts", "2"}));
+    ASSERT_TRUE(openCapture());
+    TemporaryDirectory scratch;
+    ASSERT_FALSE(scratch.path().empty());
+
+    // Two watches on the first tool host, each with its own copy of every datagram, and one on
+    // controller 1's host, next to its daemon.
+    Background json(sb().toolNetns(), {lcfBinary(), "watch", "--json"}, scratch.path(), "json");
+    Background plain(sb().toolNetns(), {lcfBinary(), "watch", "-i", "lan0"}, scratch.path(),
+                     "plain");
+    Background beside(sb().controllerNetns(1), {lcfBinary(), "watch", "--json"}, scratch.path(),
+                      "beside");
+    ASSERT_TRUE(waitUntil([&] { return json.listening() && plain.listening(); }, Seconds(30)));
+    ASSERT_TRUE(waitUntil([&] { return beside.listening(); }, Seconds(30)));
+
+    const LcfRun discover = runLcfOnOtherHost(sb(), {"discover", "--json", "--expect", "3"});
+    EXPECT_EQ(discover.result.status, 0);
+    EXPECT_EQ(maskCounts(discover.result.err), "lan0: probed <n>, 3 controllers\n");
+    EXPECT_EQ(macsIn(discover.result.out),
+              (std::vector<std::string>{controllerMac(1), controllerMac(2), controllerMac(3)}));
+    const LcfRun assign =
+        runLcfOnOtherHost(sb(), {"assign", controllerMac(1), "ntpip=198.18.255.11"});
+    EXPECT_EQ(assign.result.status, 0);
+    EXPECT_EQ(assign.result.out, controllerMac(1) + " accept=yes\n");
+    EXPECT_EQ(assign.result.err, "");
+    const LcfRun clear = runLcfOnOtherHost(sb(), {"clear", controllerMac(2), "syslogip"});
+    EXPECT_EQ(clear.result.status, 0);
+    EXPECT_EQ(clear.result.out, controllerMac(2) + " accept=yes\n");
+    EXPECT_EQ(clear.result.err, "");
+
+    // Everything the segment carried to the first tool host, until the CLEAR's ACK: a
+    // controller's last answer. The watches print each datagram after the capture had it.
+    std::vector<IpFrame> frames;
+    const std::string lastAck = "LCF2#ACK#";
+    bool sawClearAck = false;
+    for (auto deadline = Clock::now() + Seconds(60); !sawClearAck && Clock::now() < deadline;) {
+        if (auto frame = capture().next(Seconds(1))) {
+            sawClearAck = frame->payload().rfind(lastAck, 0) == 0 &&
+                          frame->payload().find("#mac=" + controllerMac(2)) != std::string::npos;
+            frames.push_back(std::move(*frame));
+        }
+    }
+    ASSERT_TRUE(sawClearAck);
+    const std::size_t wanted = frames.size();
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            return linesOf(json.out()).size() >= wanted && linesOf(plain.out()).size() >= wanted;
+        },
+        Seconds(30)))
+        << json.out() << plain.out();
+    EXPECT_EQ(json.stop(), 0);
+    EXPECT_EQ(plain.stop(), 0);
+    EXPECT_EQ(beside.stop(), 0);
+    // Late answers to a second probe may have come meanwhile: the capture holds them too.
+    while (auto frame = capture().next(Seconds(0))) {
+        frames.push_back(std::move(*frame));
+    }
+    EXPECT_EQ(json.err(), "");
+    EXPECT_EQ(plain.err(), "");
+    EXPECT_EQ(beside.err(), "");
+
+    // Every datagram, in order, each JSON line valid; nothing the capture did not see.
+    const std::vector<std::string> jsonLines = linesOf(json.out());
+    ASSERT_LE(jsonLines.size(), frames.size());
+    std::vector<Json> objects;
+    std::vector<std::string> described;
+    std::vector<std::string> expected;
+    for (std::size_t at = 0; at < jsonLines.size(); ++at) {
+        const Json object = Json::parse(jsonLines[at], nullptr, false);
+        EXPECT_TRUE(object.is_object()) << jsonLines[at];
+        objects.push_back(object.is_object() ? object : Json::object());
+        described.push_back(describeJson(objects.back()));
+        expected.push_back(describeFrame(frames[at]));
+    }
+    EXPECT_EQ(described, expected);
+
+    // Requests from the other host, replies from the controllers, each reply paired.
+    std::map<std::string, int> counts;
+    for (const Json& object : objects) {
+        const std::string command = textOf(object, "command", "?");
+        ++counts[command];
+        EXPECT_EQ(textOf(object, "interface", ""), "lan0");
+        EXPECT_TRUE(object.value("understood", false)) << object.dump();
+        if (textOf(object, "kind", "") == "request") {
+            EXPECT_EQ(textOf(object, "sender", ""), kOtherToolAddress) << object.dump();
+            continue;
+        }
+        const std::string request = command == "STATUS"                             ? "QUERY"
+                                    : textOf(object, "mac", "") == controllerMac(1) ? "ASSIGN"
+                                                                                    : "CLEAR";
+        EXPECT_EQ(textOf(object, "request", "?"), request) << object.dump();
+        ASSERT_TRUE(object.at("delay_ms").is_number()) << object.dump();
+        EXPECT_GE(object.at("delay_ms").get<double>(), 0.0) << object.dump();
+    }
+    EXPECT_GE(counts["QUERY"], 1);
+    EXPECT_GE(counts["STATUS"], 3);
+    EXPECT_EQ(counts["ASSIGN"] + counts["CLEAR"], counts["ACK"]);
+    EXPECT_GE(counts["ASSIGN"], 1);
+    EXPECT_GE(counts["CLEAR"], 1);
+
+    // The ASSIGN's change and the ACKs as the watch summarises them.
+    bool sawAssign = false;
+    for (const Json& object : objects) {
+        if (textOf(object, "command", "") == "ASSIGN") {
+            sawAssign = true;
+            EXPECT_EQ(textOf(object, "summary", ""), "ntpip=198.18.255.11");
+            EXPECT_EQ(textOf(object, "mac", ""), controllerMac(1));
+        } else if (textOf(object, "command", "") == "CLEAR") {
+            EXPECT_EQ(textOf(object, "server_key", ""), "syslogip");
+        } else if (textOf(object, "command", "") == "ACK") {
+            EXPECT_EQ(textOf(object, "summary", ""), "accept=yes");
+        }
+    }
+    EXPECT_TRUE(sawAssign);
+
+    // The plain watch printed the same datagrams, each line as its JSON line says.
+    const std::vector<std::string> plainLines = linesOf(plain.out());
+    const std::size_t common = std::min(plainLines.size(), objects.size());
+    EXPECT_GE(common, wanted);
+    for (std::size_t at = 0; at < common; ++at) {
+        EXPECT_EQ(plainLines[at], plainLineFor(objects[at]));
+    }
+
+    // Next to the daemon: it still answered (above), and the watch there saw every request.
+    std::vector<std::string> requestsHere;
+    std::vector<std::string> requestsThere;
+    for (const Json& object : objects) {
+        if (textOf(object, "kind", "") == "request") {
+            requestsHere.push_back(textOf(object, "command", "") + " " +
+                                   textOf(object, "seqid", ""));
+        }
+    }
+    for (const std::string& line : linesOf(beside.out())) {
+        const Json object = Json::parse(line, nullptr, false);
+        ASSERT_TRUE(object.is_object()) << line;
+        if (textOf(object, "kind", "") == "request") {
+            requestsThere.push_back(textOf(object, "command", "") + " " +
+                                    textOf(object, "seqid", ""));
+        }
+    }
+    requestsThere.resize(std::min(requestsThere.size(), requestsHere.size()));
+    EXPECT_EQ(requestsThere, requestsHere);
+}
+
+TEST_F(WatchTest, AnUnknownInterfaceIsAUsageErrorAndDurationEndsTheWatch) {
+    ASSERT_TRUE(upServing({"arm9"}));
+    const LcfRun unknown = runLcf(sb(), {"watch", "-i", "nosuch0"});
+    EXPECT_EQ(unknown.result.status, 2);
+    EXPECT_EQ(unknown.result.out, "");
+    EXPECT_EQ(unknown.result.err, "lcf: no interface nosuch0\n");
+
+    const LcfRun timed = runLcf(sb(), {"watch", "--duration", "0.5"});
+    EXPECT_EQ(timed.result.status, 0);
+    EXPECT_EQ(timed.result.out, "");
+    EXPECT_EQ(timed.result.err, "");
+    EXPECT_GE(timed.seconds, 0.5);
+}
+
+}  // namespace
+}  // namespace e2e
