@@ -19,8 +19,8 @@ lcfd_install_missing() {
 # (the test docs.readme-build-packages keeps them equal).
 # nftables: the sandbox's lossy segments. mandoc, systemd (systemd-analyze) and busybox: the
 # checks of the manual pages, the service unit and the BusyBox init script. tshark: the tests of
-# the Wireshark dissector.
-LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev libcli11-dev libbenchmark-dev iproute2 nftables python3 procps mandoc systemd busybox tshark)
+# the Wireshark dissector; lua5.2 and lua5.4 run it under both Lua versions Wireshark releases use.
+LCFD_BUILD_PACKAGES=(cmake make g++ libgtest-dev googletest nlohmann-json3-dev libcli11-dev libbenchmark-dev iproute2 nftables python3 procps mandoc systemd busybox tshark lua5.2 lua5.4)
 
 # What building the Debian packages and checking them needs (scripts/check-debian-package.sh).
 LCFD_PACKAGING_PACKAGES=(debhelper dpkg-dev fakeroot lintian)
