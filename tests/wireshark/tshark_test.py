@@ -248,7 +248,7 @@ def main():
         else:
             print("%d datagrams: %s and tshark agree" % (len(datagrams), args.mock))
     elif args.random is not None:
-        decoded = len(re.findall(r"^LAN Configuration Facility", stdout, re.M))
+        decoded = len(re.findall(r"^lcfd configuration protocol", stdout, re.M))
         if decoded != len(datagrams):
             print("%d of %d datagrams decoded by the dissector" % (decoded, len(datagrams)))
             failed = True

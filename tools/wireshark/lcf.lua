@@ -15,7 +15,7 @@
 local PORT = 7217
 local MAX_DATAGRAM = 512 -- the daemon's receive buffer
 
-local lcf = Proto("lcf", "LAN Configuration Facility")
+local lcf = Proto("lcf", "lcfd configuration protocol")
 
 local F = {
     header = ProtoField.string("lcf.header", "Header"),
