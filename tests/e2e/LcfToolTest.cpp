@@ -364,10 +364,10 @@ TEST_F(LcfTool, UsageErrorsExitTwoAndSendNothing) {
     const std::string more = "Run 'lcf --help' or 'lcf COMMAND --help' for more information.\n";
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{},
-         "lcf: a command is required (discover, query, assign, clear or apply)\n"
+         "lcf: a command is required (discover, query, assign, clear, apply or watch)\n"
          "Run 'lcf --help' for more information.\n"},
         {{"frob"},
-         "lcf: unknown command 'frob' (discover, query, assign, clear or apply)\n"
+         "lcf: unknown command 'frob' (discover, query, assign, clear, apply or watch)\n"
          "Run 'lcf --help' for more information.\n"},
         {{"discover", "--json", "--csv"}, "lcf: --json excludes --csv\n" + more},
         {{"apply"}, "lcf: PLAN is required\n" + more},
