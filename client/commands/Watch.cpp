@@ -7,8 +7,10 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <string>
 
+#include "client/Rendering.hpp"
 #include "client/Watch.hpp"
 #include "client/WatchListener.hpp"
 #include "wire/Protocol.hpp"
@@ -21,6 +23,29 @@ namespace {
 constexpr double kLongestDurationSeconds = 86400.0;
 // The longest single wait, so that a clock change cannot stretch a --duration much.
 constexpr std::chrono::milliseconds kLongestWait{1000};
+
+// A number of seconds above 0 and at most a day.
+const CLI::Validator& durationSeconds() {
+    static const CLI::Validator validator(
+        // cppcheck-suppress constParameter ; the signature CLI11 gives a validator
+        [](std::string& text) -> std::string {
+            double seconds = 0.0;
+            std::size_t used = 0;
+            try {
+                seconds = std::stod(text, &used);
+            } catch (const std::exception&) {
+                used = 0;
+            }
+            if (used != text.size() || text.empty() || !(seconds > 0.0) ||
+                seconds > kLongestDurationSeconds) {
+                return "expected seconds above 0 and at most " +
+                       formatSeconds(kLongestDurationSeconds) + ", got '" + text + "'";
+            }
+            return std::string();
+        },
+        "SECONDS");
+    return validator;
+}
 
 volatile std::sig_atomic_t stopRequested = 0;
 
@@ -56,7 +81,7 @@ CLI::App* addWatchCommand(CLI::App& app, WatchArgs& args) {
     command
         ->add_option("-d,--duration", args.durationSeconds,
                      "Stop after this many seconds (default: at SIGINT or SIGTERM)")
-        ->check(CLI::Range(0.001, kLongestDurationSeconds));
+        ->check(durationSeconds());
     return command;
 }
 

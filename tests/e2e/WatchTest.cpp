@@ -382,11 +382,31 @@ TEST_F(WatchTest, AnUnknownInterfaceIsAUsageErrorAndDurationEndsTheWatch) {
     EXPECT_EQ(unknown.result.out, "");
     EXPECT_EQ(unknown.result.err, "lcf: no interface nosuch0\n");
 
+    const LcfRun zero = runLcf(sb(), {"watch", "--duration", "0"});
+    EXPECT_EQ(zero.result.status, 2);
+    EXPECT_EQ(zero.result.err,
+              "lcf: --duration: expected seconds above 0 and at most 86400, got '0'\n"
+              "Run 'lcf --help' or 'lcf COMMAND --help' for more information.\n");
+
     const LcfRun timed = runLcf(sb(), {"watch", "--duration", "0.5"});
     EXPECT_EQ(timed.result.status, 0);
     EXPECT_EQ(timed.result.out, "");
     EXPECT_EQ(timed.result.err, "");
     EXPECT_GE(timed.seconds, 0.5);
+}
+
+TEST_F(WatchTest, APortNobodyMayShareIsANetworkError) {
+    ASSERT_TRUE(upStopped({"arm9"}));
+    const int occupied = occupyServicePort(sb(), 1);
+    ASSERT_GE(occupied, 0);
+    const ProcessResult watch =
+        runProgram({"/usr/bin/nsenter", "--net=/run/netns/" + sb().controllerNetns(1), "--",
+                    lcfBinary(), "watch", "--duration", "1"},
+                   Seconds(30));
+    close(occupied);
+    EXPECT_EQ(watch.status, 1);
+    EXPECT_EQ(watch.out, "");
+    EXPECT_EQ(watch.err, "lcf: cannot listen on UDP port 7217: Address already in use\n");
 }
 
 }  // namespace
