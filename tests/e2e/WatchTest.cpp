@@ -34,23 +34,24 @@ class Background {
         std::vector<std::string> argv = {"/usr/bin/nsenter", "--net=/run/netns/" + netns, "--"};
         argv.insert(argv.end(), args.begin(), args.end());
         std::vector<char*> pointers;
+        pointers.reserve(argv.size() + 1);
         for (std::string& arg : argv) {
             pointers.push_back(arg.data());
         }
         pointers.push_back(nullptr);
-        const int out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        const int err = open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int outFd = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int errFd = open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         pid_ = fork();
         if (pid_ == 0) {
             const int devNull = open("/dev/null", O_RDONLY);
             dup2(devNull, 0);
-            dup2(out, 1);
-            dup2(err, 2);
+            dup2(outFd, 1);
+            dup2(errFd, 2);
             execv(pointers[0], pointers.data());
             _exit(127);
         }
-        close(out);
-        close(err);
+        close(outFd);
+        close(errFd);
     }
     ~Background() {
         if (pid_ > 0) {
