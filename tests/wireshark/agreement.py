@@ -42,8 +42,17 @@ TRACE = re.compile(rb"\[(\d+\.\d+\.\d+\.\d+)\] Message (not )?understood\.\.\. \
 TOOL_TRACE = b"[" + TOOL_ADDR.encode() + b"] Message "
 END_MARK_PORT = 7218
 
+# dumpcap ends by itself after this long, should this script be killed outright.
+CAPTURE_LIMIT_SECONDS = 900
+
 CLONE_NEWNET = 0x40000000
+PR_SET_PDEATHSIG = 1
 _libc = ctypes.CDLL(None, use_errno=True)
+
+
+def end_with_parent():
+    """In a child before exec: it gets SIGTERM when this script ends, even killed."""
+    _libc.prctl(PR_SET_PDEATHSIG, signal.SIGTERM)
 
 
 def log(text):
@@ -258,8 +267,9 @@ def main(argv):
         with open(capture_log, "wb") as err:
             dumpcap = subprocess.Popen(
                 ["ip", "netns", "exec", netns, "dumpcap", "-q", "-i", "lan0", "-P", "-f",
-                 "udp port %d or udp port %d" % (PORT, END_MARK_PORT), "-w", str(capture)],
-                stdout=subprocess.DEVNULL, stderr=err)
+                 "udp port %d or udp port %d" % (PORT, END_MARK_PORT), "-w", str(capture),
+                 "-a", "duration:%d" % CAPTURE_LIMIT_SECONDS],
+                stdout=subprocess.DEVNULL, stderr=err, preexec_fn=end_with_parent)
         deadline = time.monotonic() + 60
         while b"Capturing on" not in capture_log.read_bytes():
             if dumpcap.poll() is not None or time.monotonic() > deadline:
@@ -308,6 +318,9 @@ def main(argv):
             raise Failure("the capture lacks the end mark sent after the corpus")
 
         stdouts = {k: sb("logs", str(k), "stdout") for k in macs}
+        for k in macs:
+            (out / ("controller-%d.stdout" % k)).write_bytes(stdouts[k])
+            (out / ("controller-%d.stderr" % k)).write_bytes(sb("logs", str(k), "stderr"))
         queue_drops = {}
         for k in macs:
             snmp = subprocess.run(["ip", "netns", "exec", "lcfdsb.%s.c%d" % (name, k), "cat",
@@ -316,6 +329,10 @@ def main(argv):
             udp = [line.split() for line in snmp if line.startswith("Udp:")]
             queue_drops[k] = dict(zip(udp[0][1:], udp[1][1:])).get("RcvbufErrors")
         status_text = sb("status").decode()
+        running = len(re.findall(r" running$", status_text, re.M))
+        if running != count:
+            raise Failure("%d of %d daemons are running at the end:\n%s" % (running, count,
+                                                                            status_text))
     except (Failure, subprocess.CalledProcessError, OSError) as error:
         log("FAIL: %s" % error)
         return 1

@@ -26,8 +26,6 @@ READ_LIMIT = 512
 MIN_DOC_REQUESTS = 30
 MUTATION_SEED = 7217
 CONTROLLERS = 4
-# Datagrams sent between two rounds of ASSIGNs (see schedule()).
-ROUND_FILL = 12
 
 # The MAC the sandbox gives controller k, as the daemon spells it.
 def mac(k):
@@ -153,7 +151,9 @@ def malformed():
     for header in ["LCF3", "LCF4", "LCF5", "LCF6", "LCF7", "LCF8", "LCF9", "LCFx", "LCF",
                    "lcf2", "LCF22", "LCF0", "LCF1", "LCF-", "LCF ", "LCX2", "LC2", "", "LCF+",
                    "Lcf2"]:
-        add("header", header + "#QUERY#seqid=h" + escape(header.encode()).replace("\\", "b"), 0)
+        # Addressed to one controller: a QUERY for every controller costs each a reading.
+        add("header", header + "#QUERY#seqid=h" + escape(header.encode()).replace("\\", "b") +
+            "#mac=" + mac(2 + len(out) % (CONTROLLERS - 1)), 0)
     add("header", "LCF3#ASSIGN#seqid=h1#mac=%s#ip=198.18.1.1" % mac(2), 0)
     add("header", "LCF9#CLEAR#seqid=h2#mac=%s#ntpip" % mac(3), 0)
     add("header", "LCF2", 0)
@@ -268,11 +268,13 @@ def malformed():
             "LCF2#ASSIGN#seqid=z6#mac=%s#ip=198.18.1.14\0" % mac(2),
             "LCF2#ASSIGN#seqid=z7#mac=%s#foo=\0" % mac(3),
             "LCF2#CLEAR#seqid=z8#mac=%s#ntpip\0" % mac(4), "\0", "\0\0\0\0",
-            "LCF2#QUERY#seqid=n\n", "LCF2\n#QUERY#seqid=n2", "LCF2#QUERY#seqid=n3\r\n",
+            "LCF2#QUERY#seqid=n\n", "LCF2\n#QUERY#seqid=n2",
+            "LCF2#QUERY#seqid=n3\r\n#mac=%s" % mac(2),
             "LCF2#QUERY#seqid=n4#mac=%s\n" % mac(2), "\nLCF2#QUERY#seqid=n5",
             "LCF2#ASSIGN#seqid=n6#mac=%s#ip=198.18.1.15\n" % mac(3),
             "LCF2#ASSIGN#seqid=n7#mac=%s#\n" % mac(4), "LCF2#CLEAR#seqid=n8#mac=%s#ntpip\n" % mac(1),
-            "LCF2#QUERY#seqid=n\n9\n", "\n", "LCF2#QUERY#seqid=\xff\xfe", "LCF2#QUERY#seqid=\xc3\xa9"]):
+            "LCF2#QUERY#seqid=n\n9\n#mac=%s" % mac(3), "\n",
+            "LCF2#QUERY#seqid=\xff\xfe#mac=%s" % mac(4), "LCF2#QUERY#seqid=\xc3\xa9#mac=%s" % mac(2)]):
         add("bytes", data, None)
     # Longer than the daemon reads.
     pad = "x" * 600
@@ -303,8 +305,9 @@ def valid_requests():
         bases.append(q("%d" % (100 + k), mac(k)))
         bases.append("LCF2#CLEAR#seqid=%d#mac=%s#%s" % (200 + k, mac(k),
                                                          ["ntpip", "syslogip", "nameserver"][k % 3]))
-        bases.append("LCF2#ASSIGN#seqid=%d#mac=%s#ip=198.18.2.%d#netmask=255.255.0.0" % (
-            300 + k, mac(k), k))
+        if k > 1:  # controller 1 has the ASSIGNs of the documentation
+            bases.append("LCF2#ASSIGN#seqid=%d#mac=%s#ip=198.18.2.%d#netmask=255.255.0.0" % (
+                300 + k, mac(k), k))
     bases.append(q("400"))
     bases.append(q("401", OTHER_MAC))
     bases.append("LCF2#ASSIGN#seqid=402#mac=%s#ipscheme=STATIC#gateway=198.18.255.1" % OTHER_MAC)
@@ -410,13 +413,15 @@ def schedule(corpus):
     for entry in corpus:
         k = assign_target(entry[0], entry[1])
         (queues[k] if k else rest).append(entry)
+    rounds = max(1, max(len(queue) for queue in queues.values()))
     ordered = []
-    while any(queues.values()) or rest:
+    for number in range(rounds):
         for k in queues:
             if queues[k]:
                 ordered.append(queues[k].pop(0))
-        ordered.extend(rest[:ROUND_FILL])
-        del rest[:ROUND_FILL]
+        # The other datagrams spread evenly over the rounds: they are handled while the
+        # controllers pause.
+        ordered.extend(rest[len(rest) * number // rounds:len(rest) * (number + 1) // rounds])
     return ordered
 
 
