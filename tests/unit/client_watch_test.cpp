@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "client/Watch.hpp"
@@ -13,15 +14,30 @@ namespace {
 
 using lcf::WallClock;
 
-// The watch prints local time: the tests fix the zone.
+// The watch prints local time: the tests fix the zone, and give the process its own back.
 class Watch : public ::testing::Test {
   protected:
-    void SetUp() override { useZone("UTC0"); }
-    void TearDown() override { useZone("UTC0"); }
+    void SetUp() override {
+        if (const char* zone = std::getenv("TZ")) {
+            savedZone_ = zone;
+        }
+        useZone("UTC0");
+    }
+    void TearDown() override {
+        if (savedZone_) {
+            setenv("TZ", savedZone_->c_str(), 1);
+        } else {
+            unsetenv("TZ");
+        }
+        tzset();
+    }
     static void useZone(const char* zone) {
         setenv("TZ", zone, 1);
         tzset();
     }
+
+  private:
+    std::optional<std::string> savedZone_;
 };
 
 // 2026-11-24 06:05:39 UTC and `milliseconds`.
