@@ -12,7 +12,8 @@ Each entry is (kind, data, named):
          verdict the default mode must give, 0 when every controller gives the same verdict
          whatever its address (no address in play), None when not checked that way.
 
-Run alone, it prints the corpus as TSV: index, kind, named, datagram in escaped form.
+Run alone, it prints the corpus as TSV: index, segment, kind, named, datagram in escaped
+form.
 """
 
 import random
@@ -359,8 +360,11 @@ def acceptable(data):
     return data != b"" and b"] Message " not in data and TOOL_ADDR not in data
 
 
-def build(docs_path, require_docs=True):
-    """The whole corpus, in the order it is sent."""
+def build(docs_path, require_docs=True, segments=1):
+    """The whole corpus, in the order it is sent, each entry (kind, data, named, segment):
+    the corpus is shared out among `segments` sandbox segments (numbered from 1) that run
+    side by side, each with a controller 1, so that the documentation's ASSIGNs to
+    controller 1, which hold it 5 s each, are shared out too."""
     corpus = []
     taken = set()
 
@@ -384,7 +388,7 @@ def build(docs_path, require_docs=True):
     for kind, data, named in malformed():
         take(kind, data, named)
     corpus.extend(mutations(16, taken))
-    return schedule(corpus)
+    return schedule(corpus, segments)
 
 
 # Kinds whose ASSIGNs are refused or ignored by design: they hold no daemon.
@@ -403,39 +407,24 @@ def assign_target(kind, data):
     return 0
 
 
-def schedule(corpus):
-    """The order of sending. An accepted ASSIGN holds its daemon 5 s, and the test lets no
-    daemon fall far behind, so ASSIGNs wait for each other unless the controllers pause
-    together: the ASSIGNs go out in rounds, one for each controller, with other datagrams
-    between the rounds."""
-    queues = {k: [] for k in range(1, CONTROLLERS + 1)}
-    rest = []
+def schedule(corpus, segments=1):
+    """The order of sending, and the segment of each entry. An accepted ASSIGN holds its
+    daemon 5 s, and the test lets no daemon fall far behind, so ASSIGNs wait for each other
+    unless the controllers pause together: the ASSIGNs go out in rounds, one for each
+    controller, with the other datagrams spread between the rounds."""
+    queues = {k: [] for k in range(0, CONTROLLERS + 1)}
     for entry in corpus:
-        k = assign_target(entry[0], entry[1])
-        (queues[k] if k else rest).append(entry)
-    rounds = max(1, max(len(queue) for queue in queues.values()))
+        queues[assign_target(entry[0], entry[1])].append(entry)
     ordered = []
-    for number in range(rounds):
-        for k in queues:
-            if queues[k]:
-                ordered.append(queues[k].pop(0))
-        # The other datagrams spread evenly over the rounds: they are handled while the
-        # controllers pause.
-        ordered.extend(rest[len(rest) * number // rounds:len(rest) * (number + 1) // rounds])
+    for segment in range(1, segments + 1):
+        mine = {k: queue[segment - 1::segments] for k, queue in queues.items()}
+        rest = mine.pop(0)
+        rounds = max(1, max(len(queue) for queue in mine.values()))
+        for number in range(rounds):
+            for k in mine:
+                if number < len(mine[k]):
+                    ordered.append(mine[k][number] + (segment,))
+            # The other datagrams are handled while the controllers pause.
+            ordered.extend(entry + (segment,) for entry in
+                           rest[len(rest) * number // rounds:len(rest) * (number + 1) // rounds])
     return ordered
-
-
-def main(argv):
-    import argparse
-    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    parser.add_argument("--docs", required=True, help="docs/protocol.md")
-    parser.add_argument("--no-docs-ok", action="store_true",
-                        help="build without the documentation's examples when it is missing")
-    args = parser.parse_args(argv)
-    for index, (kind, data, named) in enumerate(build(args.docs, not args.no_docs_ok)):
-        print("%d\t%s\t%s\t%s" % (index, kind, "-" if named is None else named, escape(data)))
-    return 0
-
-
-if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
