@@ -398,6 +398,8 @@ def main(argv):
         for error in errors:
             if not error.endswith(": stopped"):
                 log("FAIL: %s" % error)
+        if all(error.endswith(": stopped") for error in errors):
+            log("FAIL: stopped by a signal before the end")
         return 1
 
     failures = []
