@@ -458,7 +458,7 @@ local function dissect(tvb, pinfo, tree)
                 else
                     more = nxt
                     local fitem, k, v = addPair(f, true)
-                    summary[#summary + 1] = printable(text(s, f))
+                    local fieldText = printable(text(s, f))
                     local verdict, msg = true, nil
                     e = nil
                     if k == "" then
@@ -484,6 +484,18 @@ local function dissect(tvb, pinfo, tree)
                     else
                         msg, e = "Key " .. quoted(k) .. " is not one the daemon assigns: it ignores the field", E.ignored_key
                     end
+                    -- the Info column marks each field as lcf watch does: what the daemon
+                    -- will not take, and what it never reads
+                    if not reading then
+                        fieldText = fieldText .. "(unread)"
+                    elseif not verdict then
+                        fieldText = fieldText .. "(refused)"
+                    elseif e == E.dropped then
+                        fieldText = fieldText .. "(dropped)"
+                    elseif e == E.ignored_key then
+                        fieldText = fieldText .. "(ignored)"
+                    end
+                    summary[#summary + 1] = fieldText
                     if reading then
                         if not verdict then
                             experted(fitem, E.refused, msg .. ": the daemon refuses the ASSIGN (accept=no)")
