@@ -16,7 +16,7 @@ if(LCFD_BUILD_CLIENT)
   install(TARGETS lcf RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES docs/man/lcf.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
-install(FILES README.md docs/compatibility.md docs/performance.md
+install(FILES README.md docs/compatibility.md docs/performance.md docs/protocol.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # The unit and the init script start "/usr/sbin/lcfd", where packages and board images put it.
