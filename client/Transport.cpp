@@ -16,27 +16,10 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "client/SocketSupport.hpp"
 #include "wire/Protocol.hpp"
 
 namespace lcf {
-namespace {
-
-// Room for the answers of a few hundred controllers arriving at once.
-constexpr int kReceiveBufferBytes = 8 * 1024 * 1024;
-constexpr std::size_t kLargestDatagram = 65536;
-
-std::runtime_error systemError(const std::string& what) {
-    return std::runtime_error(what + ": " + std::strerror(errno));
-}
-
-void enable(int fd, int level, int option, const char* what) {
-    const int one = 1;
-    if (setsockopt(fd, level, option, &one, sizeof one) != 0) {
-        throw systemError(what);
-    }
-}
-
-}  // namespace
 
 std::vector<NetworkInterface> probeInterfaces(const std::vector<std::string>& names) {
     ifaddrs* list = nullptr;
@@ -231,22 +214,11 @@ ToolSocket::ToolSocket() {
     if (receiveFd_ < 0) {
         throw systemError("cannot open a UDP socket");
     }
-    enable(receiveFd_, SOL_SOCKET, SO_REUSEADDR, "cannot share the service port");
-    enable(receiveFd_, SOL_SOCKET, SO_BROADCAST, "cannot enable broadcast");
-    enable(receiveFd_, IPPROTO_IP, IP_PKTINFO, "cannot ask for the arrival interface");
-    // As root the buffer may exceed the system's default ceiling; otherwise take what is given.
-    if (setsockopt(receiveFd_, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBufferBytes,
-                   sizeof kReceiveBufferBytes) != 0) {
-        setsockopt(receiveFd_, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes,
-                   sizeof kReceiveBufferBytes);
-    }
-    sockaddr_in any{};
-    any.sin_family = AF_INET;
-    any.sin_port = htons(lcfd::kServicePort);
-    any.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (bind(receiveFd_, reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0) {
-        throw systemError("cannot listen on UDP port " + std::to_string(lcfd::kServicePort));
-    }
+    enableOption(receiveFd_, SOL_SOCKET, SO_REUSEADDR, "cannot share the service port");
+    enableOption(receiveFd_, SOL_SOCKET, SO_BROADCAST, "cannot enable broadcast");
+    enableOption(receiveFd_, IPPROTO_IP, IP_PKTINFO, "cannot ask for the arrival interface");
+    growReceiveBuffer(receiveFd_);
+    bindServicePort(receiveFd_);
 }
 
 ToolSocket::~ToolSocket() {
@@ -266,7 +238,7 @@ void ToolSocket::broadcastOn(const NetworkInterface& networkInterface, const std
             throw systemError("cannot open a UDP socket");
         }
         found = sendFds_.emplace(networkInterface.name, fd).first;
-        enable(fd, SOL_SOCKET, SO_BROADCAST, "cannot enable broadcast");
+        enableOption(fd, SOL_SOCKET, SO_BROADCAST, "cannot enable broadcast");
         const std::string& name = networkInterface.name;
         if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, name.c_str(),
                        static_cast<socklen_t>(name.size() + 1)) != 0) {

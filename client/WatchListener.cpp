@@ -12,25 +12,12 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "client/SocketSupport.hpp"
 #include "client/Transport.hpp"
 #include "wire/Protocol.hpp"
 
 namespace lcf {
 namespace {
-
-constexpr std::size_t kLargestDatagram = 65536;
-constexpr int kReceiveBufferBytes = 8 * 1024 * 1024;
-
-std::runtime_error systemError(const std::string& what) {
-    return std::runtime_error(what + ": " + std::strerror(errno));
-}
-
-void enable(int fd, int level, int option, const char* what) {
-    const int one = 1;
-    if (setsockopt(fd, level, option, &one, sizeof one) != 0) {
-        throw systemError(what);
-    }
-}
 
 // A socket on the service port that the daemon and other tools on the host share: every one of
 // them bound with address reuse gets its own copy of each broadcast.
@@ -40,27 +27,18 @@ int openShared(const std::string& interfaceName) {
         throw systemError("cannot open a UDP socket");
     }
     try {
-        enable(fd, SOL_SOCKET, SO_REUSEADDR, "cannot share the service port");
+        enableOption(fd, SOL_SOCKET, SO_REUSEADDR, "cannot share the service port");
         // Also next to a tool that shares the port through SO_REUSEPORT alone.
-        enable(fd, SOL_SOCKET, SO_REUSEPORT, "cannot share the service port");
-        enable(fd, SOL_SOCKET, SO_TIMESTAMPNS, "cannot ask for arrival times");
+        enableOption(fd, SOL_SOCKET, SO_REUSEPORT, "cannot share the service port");
+        enableOption(fd, SOL_SOCKET, SO_TIMESTAMPNS, "cannot ask for arrival times");
         if (interfaceName.empty()) {
-            enable(fd, IPPROTO_IP, IP_PKTINFO, "cannot ask for the arrival interface");
+            enableOption(fd, IPPROTO_IP, IP_PKTINFO, "cannot ask for the arrival interface");
         } else if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
                               static_cast<socklen_t>(interfaceName.size() + 1)) != 0) {
             throw systemError("cannot bind to interface " + interfaceName);
         }
-        if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBufferBytes,
-                       sizeof kReceiveBufferBytes) != 0) {
-            setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
-        }
-        sockaddr_in any{};
-        any.sin_family = AF_INET;
-        any.sin_port = htons(lcfd::kServicePort);
-        any.sin_addr.s_addr = htonl(INADDR_ANY);
-        if (bind(fd, reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0) {
-            throw systemError("cannot listen on UDP port " + std::to_string(lcfd::kServicePort));
-        }
+        growReceiveBuffer(fd);
+        bindServicePort(fd);
     } catch (...) {
         close(fd);
         throw;

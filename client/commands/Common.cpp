@@ -15,11 +15,12 @@ namespace {
 // An hour: anything longer is a typing error, and it keeps the deadline arithmetic in range.
 constexpr double kLongestTimeoutSeconds = 3600.0;
 
-// A number of seconds above 0 and at most an hour.
-const CLI::Validator& timeoutSeconds() {
-    static const CLI::Validator validator(
+}  // namespace
+
+CLI::Validator secondsUpTo(double longestSeconds) {
+    return CLI::Validator(
         // cppcheck-suppress constParameter ; the signature CLI11 gives a validator
-        [](std::string& text) -> std::string {
+        [longestSeconds](std::string& text) -> std::string {
             double seconds = 0.0;
             std::size_t used = 0;
             try {
@@ -28,16 +29,14 @@ const CLI::Validator& timeoutSeconds() {
                 used = 0;
             }
             if (used != text.size() || text.empty() || !(seconds > 0.0) ||
-                seconds > kLongestTimeoutSeconds) {
-                return "expected seconds above 0 and at most 3600, got '" + text + "'";
+                seconds > longestSeconds) {
+                return "expected seconds above 0 and at most " + formatSeconds(longestSeconds) +
+                       ", got '" + text + "'";
             }
             return std::string();
         },
         "SECONDS");
-    return validator;
 }
-
-}  // namespace
 
 void addCommonOptions(CLI::App& command, CommonOptions& options, const std::string& timeoutHelp) {
     // One interface per -i, so that `lcf query -i eth0 MAC` leaves the MAC a positional.
@@ -47,7 +46,7 @@ void addCommonOptions(CLI::App& command, CommonOptions& options, const std::stri
                     "with broadcast")
         ->allow_extra_args(false);
     command.add_option("-t,--timeout", options.timeoutSeconds, timeoutHelp)
-        ->check(timeoutSeconds());
+        ->check(secondsUpTo(kLongestTimeoutSeconds));
 }
 
 const std::string kRequestTimeoutHelp =

@@ -8,6 +8,7 @@
 namespace CLI {
 class App;
 class Option;
+class Validator;
 }  // namespace CLI
 
 namespace lcf::commands {
@@ -31,6 +32,10 @@ struct CommonOptions {
         return timeoutSeconds > 0.0 ? std::optional<double>(timeoutSeconds) : std::nullopt;
     }
 };
+
+// A number of seconds above 0 and at most `longestSeconds` (a longer one is a typing error, and
+// the ceiling keeps the deadline arithmetic in range).
+CLI::Validator secondsUpTo(double longestSeconds);
 
 // -i,--interface and -t,--timeout; each command says what its timeout bounds.
 void addCommonOptions(CLI::App& command, CommonOptions& options, const std::string& timeoutHelp);

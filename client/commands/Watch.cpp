@@ -13,6 +13,7 @@
 #include "client/Rendering.hpp"
 #include "client/Watch.hpp"
 #include "client/WatchListener.hpp"
+#include "client/commands/Common.hpp"
 #include "wire/Protocol.hpp"
 
 namespace lcf::commands {
@@ -23,29 +24,6 @@ namespace {
 constexpr double kLongestDurationSeconds = 86400.0;
 // The longest single wait, so that a clock change cannot stretch a --duration much.
 constexpr std::chrono::milliseconds kLongestWait{1000};
-
-// A number of seconds above 0 and at most a day.
-const CLI::Validator& durationSeconds() {
-    static const CLI::Validator validator(
-        // cppcheck-suppress constParameter ; the signature CLI11 gives a validator
-        [](std::string& text) -> std::string {
-            double seconds = 0.0;
-            std::size_t used = 0;
-            try {
-                seconds = std::stod(text, &used);
-            } catch (const std::exception&) {
-                used = 0;
-            }
-            if (used != text.size() || text.empty() || !(seconds > 0.0) ||
-                seconds > kLongestDurationSeconds) {
-                return "expected seconds above 0 and at most " +
-                       formatSeconds(kLongestDurationSeconds) + ", got '" + text + "'";
-            }
-            return std::string();
-        },
-        "SECONDS");
-    return validator;
-}
 
 volatile std::sig_atomic_t stopRequested = 0;
 
@@ -81,7 +59,7 @@ CLI::App* addWatchCommand(CLI::App& app, WatchArgs& args) {
     command
         ->add_option("-d,--duration", args.durationSeconds,
                      "Stop after this many seconds (default: at SIGINT or SIGTERM)")
-        ->check(durationSeconds());
+        ->check(secondsUpTo(kLongestDurationSeconds));
     return command;
 }
 
