@@ -19,7 +19,7 @@
 namespace e2e {
 namespace {
 
-using WatchTest = LcfdBed;
+using Watch = LcfdBed;
 
 // The second tool host of the segment (lcfd-sandbox up --tool-hosts 2).
 constexpr const char* kOtherToolAddress = "198.18.255.238";
@@ -230,7 +230,7 @@ std::string plainLineFor(const Json& line) {
     return text;
 }
 
-TEST_F(WatchTest, ShowsEveryRequestAndReplyOfAnotherToolHostPairedWithDelays) {
+TEST_F(Watch, ShowsEveryRequestAndReplyOfAnotherToolHostPairedWithDelays) {
     const std::vector<std::string> specs = mixedBoards(3);
     ASSERT_TRUE(upServing(specs, {"--tool-hosts", "2"}));
     ASSERT_TRUE(openCapture());
@@ -376,7 +376,7 @@ TEST_F(WatchTest, ShowsEveryRequestAndReplyOfAnotherToolHostPairedWithDelays) {
     EXPECT_EQ(requestsThere, requestsHere);
 }
 
-TEST_F(WatchTest, AnUnknownInterfaceIsAUsageErrorAndDurationEndsTheWatch) {
+TEST_F(Watch, AnUnknownInterfaceIsAUsageErrorAndDurationEndsTheWatch) {
     ASSERT_TRUE(upServing({"arm9"}));
     const LcfRun unknown = runLcf(sb(), {"watch", "-i", "nosuch0"});
     EXPECT_EQ(unknown.result.status, 2);
@@ -396,7 +396,7 @@ TEST_F(WatchTest, AnUnknownInterfaceIsAUsageErrorAndDurationEndsTheWatch) {
     EXPECT_GE(timed.seconds, 0.5);
 }
 
-TEST_F(WatchTest, APortNobodyMayShareIsANetworkError) {
+TEST_F(Watch, APortNobodyMayShareIsANetworkError) {
     ASSERT_TRUE(upStopped({"arm9"}));
     const int occupied = occupyServicePort(sb(), 1);
     ASSERT_GE(occupied, 0);
