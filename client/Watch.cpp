@@ -25,7 +25,8 @@ constexpr const char* kNotUnderstood = "not understood: ";
 constexpr const char* kBadHeader = "bad header";
 constexpr const char* kUnknownCommand = "unknown command";
 constexpr const char* kBadSeqid = "bad seqid field";
-constexpr const char* kBadMac = "bad MAC field";
+constexpr const char* kMacGroup = "MAC group ";
+constexpr const char* kNotHexadecimal = " is not hexadecimal";
 constexpr const char* kIgnoredByEvery = "ignored by every controller: ";
 constexpr const char* kNoMac = "no MAC address";
 constexpr const char* kMatchesNone = "matches no controller: not a MAC address";
@@ -94,12 +95,34 @@ void readAssignFields(std::string_view list, WatchRecord& record) {
     }
 }
 
-// A request as the daemon it names reads it.
+// A MAC address no controller has: a daemon compares a request's MAC with its own, and no
+// controller's contains a field separator.
+const std::string kNoControllersMac(1, lcfd::kFieldSeparator);
+
+// The first two-character group of a MAC value the wire library refuses as not hexadecimal.
+std::string_view badMacGroup(std::string_view value) {
+    std::string_view remainder = value;
+    while (!remainder.empty()) {
+        const lcfd::TextSplit group = lcfd::splitView(remainder, ':');
+        remainder = group.rest;
+        lcfd::Message scratch;
+        if (!lcfd::parseMac(
+                std::string(lcfd::key::kMac) + lcfd::kKeyValueSeparator + std::string(group.head),
+                scratch)) {
+            return group.head;
+        }
+    }
+    return {};
+}
+
+// A request as the daemons read it: the verdict is that of the controller it names, or, when it
+// names none that can exist, that of every controller.
 void readRequest(std::string_view text, lcfd::Command command, WatchRecord& record) {
     record.kind = WatchKind::Request;
     lcfd::Message message;
-    lcfd::Decision decision = lcfd::decideRequest(text, message, std::string());
-    if (!message.mac.empty()) {
+    lcfd::Decision decision = lcfd::decideRequest(text, message, kNoControllersMac);
+    const bool namesAController = !message.mac.empty() && !macProblem(message.mac);
+    if (namesAController) {
         // Decided again for the controller the request names.
         const std::string named = message.mac;
         message.reset();
@@ -107,38 +130,61 @@ void readRequest(std::string_view text, lcfd::Command command, WatchRecord& reco
     }
     record.understood = decision.understood;
 
-    // The positions parseRequest reads: header, command, seqid field, then the rest.
+    // The positions parseRequest reads: header, command, seqid field, MAC field, then the rest.
     const lcfd::TextSplit afterHeader = lcfd::splitView(text, lcfd::kFieldSeparator);
     const lcfd::TextSplit afterCommand = lcfd::splitView(afterHeader.rest, lcfd::kFieldSeparator);
     const lcfd::TextSplit afterSeqid = lcfd::splitView(afterCommand.rest, lcfd::kFieldSeparator);
+    // A QUERY's MAC field is all that follows its seqid field; the others' ends at a separator.
+    const std::string_view macField =
+        command == lcfd::Command::Query
+            ? afterSeqid.rest
+            : lcfd::splitView(afterSeqid.rest, lcfd::kFieldSeparator).head;
     lcfd::Message probe;
     const bool seqidRead = lcfd::parseSeqId(afterSeqid.head, probe);
+    const bool macRead = seqidRead && lcfd::parseMac(macField, probe);
     if (seqidRead) {
-        record.seqid = message.seqid;
+        record.seqid = probe.seqid;
     }
-    if (!message.mac.empty()) {
-        record.mac = message.mac;
+    std::string macTrouble;
+    if (macRead) {
+        if (!probe.mac.empty()) {
+            record.mac = probe.mac;
+        }
+    } else if (seqidRead) {
+        // The MAC as written, since no controller reads it.
+        const std::string_view written = lcfd::splitView(macField, lcfd::kKeyValueSeparator).rest;
+        record.mac = std::string(written);
+        macTrouble = std::string(kMacGroup) + quoted(badMacGroup(written)) + kNotHexadecimal;
     }
 
     if (command == lcfd::Command::Query) {
         record.everyController = decision.request.parsed && message.mac.empty();
         if (!seqidRead) {
             addNote(record.note, std::string(kNotUnderstood) + kBadSeqid);
-        } else if (!decision.request.parsed) {
-            addNote(record.note, std::string(kNotUnderstood) + kBadMac);
-        } else if (!message.mac.empty() && macProblem(message.mac)) {
+        } else if (!macRead) {
+            addNote(record.note, std::string(kNotUnderstood) + macTrouble);
+        } else if (!probe.mac.empty() && !namesAController) {
             addNote(record.note, kMatchesNone);
         }
         return;
     }
 
-    // ASSIGN and CLEAR name one controller; without a MAC address they name none.
+    // ASSIGN and CLEAR name one controller; every other controller only traces them.
     if (!seqidRead) {
         addNote(record.note, std::string(kIgnoredByEvery) + kBadSeqid);
         return;
     }
-    if (message.mac.empty()) {
+    if (!macRead) {
+        addNote(record.note, std::string(kIgnoredByEvery) + macTrouble);
+        return;
+    }
+    if (probe.mac.empty()) {
         addNote(record.note, std::string(kIgnoredByEvery) + kNoMac);
+        return;
+    }
+    if (!namesAController) {
+        // No controller reads further: what it would refuse does not matter.
+        addNote(record.note, kMatchesNone);
         return;
     }
     const lcfd::TextSplit afterMac = lcfd::splitView(afterSeqid.rest, lcfd::kFieldSeparator);
@@ -151,9 +197,6 @@ void readRequest(std::string_view text, lcfd::Command command, WatchRecord& reco
         record.serverKey = decision.request.serverKey;
     } else {
         addNote(record.note, kRefused + std::string(kNotServerKey) + " " + quoted(afterMac.rest));
-    }
-    if (macProblem(message.mac)) {
-        addNote(record.note, kMatchesNone);
     }
 }
 

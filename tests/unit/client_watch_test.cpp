@@ -193,17 +193,49 @@ TEST_F(Watch, DatagramsADaemonDoesNotUnderstandSayWhy) {
               "command \"query\"\n");
     EXPECT_EQ(lcf::watchSummary(seen("LCF2#QUERY#mac=00:1A:2B:3C:4D:5E#seqid=1", 0)),
               "not understood: bad seqid field");
-    EXPECT_EQ(lcf::watchSummary(seen("LCF2#QUERY#seqid=1#mac=00:1G:2B:3C:4D:5E", 0)),
-              "not understood: bad MAC field");
+    const lcf::WatchRecord badGroup = seen("LCF2#QUERY#seqid=1#mac=00:1G:2B:3C:4D:5E", 0);
+    EXPECT_EQ(lcf::renderWatchLine(badGroup),
+              "06:05:39.000 lan0 198.18.255.238 QUERY  seqid=1 mac=00:1G:2B:3C:4D:5E not "
+              "understood: MAC group \"1G\" is not hexadecimal\n");
+    EXPECT_FALSE(badGroup.understood);
     const lcf::WatchRecord rest = seen("LCF2#QUERY#seqid=1#mac=00:1A:2B:3C:4D:5E#x=y", 0);
     EXPECT_EQ(lcf::renderWatchLine(rest),
               "06:05:39.000 lan0 198.18.255.238 QUERY  seqid=1 mac=00:1A:2B:3C:4D:5E#X=Y "
               "matches no controller: not a MAC address\n");
     EXPECT_TRUE(rest.understood);
-    EXPECT_EQ(lcf::watchSummary(seen("LCF2#ASSIGN#seqid=a=b#mac=02:4C:43:00:00:01#ip=1.2.3.4", 0)),
-              "ignored by every controller: bad seqid field");
-    EXPECT_EQ(lcf::watchSummary(seen("LCF2#ASSIGN#seqid=1#mac=#ip=1.2.3.4", 0)),
-              "ignored by every controller: no MAC address");
+}
+
+// Every controller traces an ASSIGN or CLEAR that names none of them as understood, and none
+// answers it: there is nothing to refuse.
+TEST_F(Watch, ARequestNamingNoControllerIsUnderstoodAndIgnoredByAll) {
+    const lcf::WatchRecord badSeqid =
+        seen("LCF2#ASSIGN#seqid=a=b#mac=02:4C:43:00:00:01#ip=1.2.3.4", 0);
+    EXPECT_EQ(lcf::watchSummary(badSeqid), "ignored by every controller: bad seqid field");
+    EXPECT_TRUE(badSeqid.understood);
+    const lcf::WatchRecord noMac = seen("LCF2#ASSIGN#seqid=1#mac=#ip=1.2.3.4", 0);
+    EXPECT_EQ(lcf::watchSummary(noMac), "ignored by every controller: no MAC address");
+    EXPECT_TRUE(noMac.understood);
+    const lcf::WatchRecord badGroup = seen("LCF2#CLEAR#seqid=3#mac=02:4C:ZZ:00:00:01#ntpip", 0);
+    EXPECT_EQ(lcf::renderWatchLine(badGroup),
+              "06:05:39.000 lan0 198.18.255.238 CLEAR  seqid=3 mac=02:4C:ZZ:00:00:01 ignored by "
+              "every controller: MAC group \"ZZ\" is not hexadecimal\n");
+    EXPECT_TRUE(badGroup.understood);
+    const auto json = nlohmann::ordered_json::parse(lcf::renderWatchJson(badGroup));
+    EXPECT_EQ(json.at("mac"), "02:4C:ZZ:00:00:01");
+    EXPECT_EQ(json.at("understood"), true);
+}
+
+TEST_F(Watch, ARequestForAMacNoControllerHasIsNotRefused) {
+    const lcf::WatchRecord assign =
+        seen("LCF2#ASSIGN#seqid=1#mac=02:4C:43:00:00#ipscheme=dhcp#ip=1.2.3.4", 0);
+    EXPECT_EQ(lcf::renderWatchLine(assign),
+              "06:05:39.000 lan0 198.18.255.238 ASSIGN seqid=1 mac=02:4C:43:00:00 matches no "
+              "controller: not a MAC address\n");
+    EXPECT_TRUE(assign.understood);
+    EXPECT_TRUE(assign.fields.empty());
+    const lcf::WatchRecord clear = seen("LCF2#CLEAR#seqid=1#mac=x#hostname", 0);
+    EXPECT_EQ(lcf::watchSummary(clear), "matches no controller: not a MAC address");
+    EXPECT_TRUE(clear.understood);
 }
 
 TEST_F(Watch, OnlyWhatADaemonReadsIsJudged) {
