@@ -337,8 +337,12 @@ void RequestPairing::see(WatchRecord& record) {
         return;
     }
     if (record.kind == WatchKind::Request) {
-        requests_.push_back({record.command, *record.seqid, record.mac.value_or(std::string()),
-                             record.everyController, now});
+        requests_.push_back({record.command,
+                             *record.seqid,
+                             record.mac.value_or(std::string()),
+                             record.everyController,
+                             now,
+                             {}});
         return;
     }
     if (record.kind != WatchKind::Reply) {
@@ -346,17 +350,34 @@ void RequestPairing::see(WatchRecord& record) {
     }
     const bool status = record.command == lcfd::word::kStatus;
     const std::string mac = record.mac.value_or(std::string());
-    for (auto seen = requests_.rbegin(); seen != requests_.rend(); ++seen) {
+    // A tool sends an unanswered request again with its seqid, and a daemon answers its queue in
+    // order: the earliest copy not yet answered by this controller is the one answered. When
+    // every copy has been, the reply is a duplicate, shown against the latest.
+    Seen* latest = nullptr;
+    Seen* earliestOpen = nullptr;
+    for (Seen& seen : requests_) {
         const bool answers =
-            status ? seen->command == lcfd::word::kQuery
-                   : (seen->command == lcfd::word::kAssign || seen->command == lcfd::word::kClear);
-        if (answers && seen->seqid == *record.seqid &&
-            (seen->mac == mac || (status && seen->everyController))) {
-            record.pairedCommand = seen->command;
-            record.delayMs = std::chrono::duration<double, std::milli>(now - seen->time).count();
-            return;
+            status ? seen.command == lcfd::word::kQuery
+                   : (seen.command == lcfd::word::kAssign || seen.command == lcfd::word::kClear);
+        if (!answers || seen.seqid != *record.seqid ||
+            !(seen.mac == mac || (status && seen.everyController))) {
+            continue;
+        }
+        latest = &seen;
+        if (!earliestOpen && std::find(seen.answeredBy.begin(), seen.answeredBy.end(), mac) ==
+                                 seen.answeredBy.end()) {
+            earliestOpen = &seen;
         }
     }
+    Seen* const paired = earliestOpen ? earliestOpen : latest;
+    if (!paired) {
+        return;
+    }
+    if (earliestOpen) {
+        earliestOpen->answeredBy.push_back(mac);
+    }
+    record.pairedCommand = paired->command;
+    record.delayMs = std::chrono::duration<double, std::milli>(now - paired->time).count();
 }
 
 std::string localTimeOfDay(WallClock::time_point time) {

@@ -66,8 +66,10 @@ struct WatchRecord {
 // the request is addressed to, and what that daemon does with each field.
 WatchRecord takeApart(const WatchDatagram& datagram);
 
-// Pairs each reply with the latest request seen that it answers: the same seqid, and the same
-// MAC or a QUERY to every controller. Requests are kept for a while, then forgotten.
+// Pairs each reply with the request seen that it answers: the same seqid, and the same MAC or a
+// QUERY to every controller. Of several copies (a tool's resends), the earliest that this
+// controller has not answered yet; when it has answered all, the latest. Requests are kept for a
+// while, then forgotten.
 class RequestPairing {
   public:
     // How long a request is remembered: far longer than any controller takes to answer.
@@ -84,6 +86,7 @@ class RequestPairing {
         std::string mac;
         bool everyController = false;
         WallClock::time_point time{};
+        std::vector<std::string> answeredBy;  // the MACs of the replies paired with it
     };
     std::deque<Seen> requests_;
 };

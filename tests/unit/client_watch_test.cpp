@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "client/Watch.hpp"
 
@@ -124,7 +126,7 @@ TEST_F(Watch, AQueryForOneControllerPairsOnlyWithThatControllersStatus) {
     EXPECT_FALSE(status.pairedCommand.has_value());
 }
 
-TEST_F(Watch, AckIsPairedWithItsAssignBySeqidAndMacAndTheLatestSendCounts) {
+TEST_F(Watch, AckIsPairedWithItsAssignBySeqidAndMacAndTheEarliestUnansweredCopy) {
     lcf::RequestPairing pairing;
     const std::string assign = "LCF2#ASSIGN#seqid=9#mac=02:4c:43:00:00:01#ntpip=198.18.255.11";
     lcf::WatchRecord first = seen(assign, 0);
@@ -145,7 +147,35 @@ TEST_F(Watch, AckIsPairedWithItsAssignBySeqidAndMacAndTheLatestSendCounts) {
     pairing.see(ack);
     EXPECT_EQ(lcf::renderWatchLine(ack),
               "06:05:39.303 lan0 198.18.0.1 ACK    seqid=9 mac=02:4C:43:00:00:01 accept=no "
-              "(+3.0 ms after ASSIGN)\n");
+              "(+303.0 ms after ASSIGN)\n");
+    // The daemon answers the resent copy next, then a duplicate is shown against the latest.
+    lcf::WatchRecord second =
+        seen("LCF2#ACK#seqid=9#mac=02:4C:43:00:00:01#accept=no", 305, "198.18.0.1");
+    pairing.see(second);
+    EXPECT_EQ(second.delayMs, 5.0);
+    lcf::WatchRecord duplicate =
+        seen("LCF2#ACK#seqid=9#mac=02:4C:43:00:00:01#accept=no", 310, "198.18.0.1");
+    pairing.see(duplicate);
+    EXPECT_EQ(duplicate.delayMs, 10.0);
+}
+
+TEST_F(Watch, EachControllerAnswersTheResentDiscoveryQueriesInOrder) {
+    lcf::RequestPairing pairing;
+    lcf::WatchRecord first = seen("LCF2#QUERY#seqid=77", 0);
+    pairing.see(first);
+    lcf::WatchRecord again = seen("LCF2#QUERY#seqid=77", 200);
+    pairing.see(again);
+    const std::string kStatus2 =
+        "LCF2#STATUS#seqid=77#mac=02:4C:43:00:00:02#ip=198.18.0.2#hostname=arm9-002";
+    std::vector<double> delays;
+    for (const auto& [text, milliseconds] : std::vector<std::pair<std::string, int>>{
+             {kStatus1, 210}, {kStatus2, 211}, {kStatus1, 212}, {kStatus2, 215}, {kStatus1, 220}}) {
+        lcf::WatchRecord status = seen(text, milliseconds, "198.18.0.1");
+        pairing.see(status);
+        ASSERT_TRUE(status.delayMs.has_value());
+        delays.push_back(*status.delayMs);
+    }
+    EXPECT_EQ(delays, (std::vector<double>{210.0, 211.0, 12.0, 15.0, 20.0}));
 }
 
 TEST_F(Watch, AssignFieldsAreMarkedAsTheControllerTakesThem) {
