@@ -56,7 +56,8 @@ std::string interfaceNameOf(unsigned index) {
 
 }  // namespace
 
-WatchListener::WatchListener(const std::vector<std::string>& interfaceNames) {
+WatchListener::WatchListener(const std::vector<std::string>& interfaceNames)
+    : buffer_(kLargestDatagram) {
     for (const std::string& name : interfaceNames) {
         if (name.empty() || name.size() >= IF_NAMESIZE || if_nametoindex(name.c_str()) == 0) {
             throw UnusableInterface("no interface " + name);
@@ -64,7 +65,7 @@ WatchListener::WatchListener(const std::vector<std::string>& interfaceNames) {
     }
     try {
         if (interfaceNames.empty()) {
-            sockets_.push_back({openShared(std::string()), std::string()});
+            sockets_.push_back({openShared(std::string()), std::string(), std::nullopt});
         }
         for (const std::string& name : interfaceNames) {
             bool known = false;
@@ -72,7 +73,7 @@ WatchListener::WatchListener(const std::vector<std::string>& interfaceNames) {
                 known = known || open.interfaceName == name;
             }
             if (!known) {
-                sockets_.push_back({openShared(name), name});
+                sockets_.push_back({openShared(name), name, std::nullopt});
             }
         }
     } catch (...) {
@@ -91,6 +92,11 @@ WatchListener::~WatchListener() {
 
 std::optional<WatchDatagram> WatchListener::receive(std::chrono::milliseconds timeout,
                                                     const void* signalMask) {
+    for (const Socket& open : sockets_) {
+        if (open.pending) {
+            return earliest();  // one is in hand: no need to wait
+        }
+    }
     std::vector<pollfd> waiting;
     waiting.reserve(sockets_.size());
     for (const Socket& open : sockets_) {
@@ -107,56 +113,70 @@ std::optional<WatchDatagram> WatchListener::receive(std::chrono::milliseconds ti
     if (ready <= 0) {
         return std::nullopt;
     }
-    for (std::size_t step = 0; step < sockets_.size(); ++step) {
-        const std::size_t at = (next_ + step) % sockets_.size();
-        if ((waiting[at].revents & POLLIN) == 0) {
-            continue;
+    return earliest();
+}
+
+std::optional<WatchDatagram> WatchListener::earliest() {
+    // The head datagram of every socket, so that of datagrams that came in on several
+    // interfaces the first to arrive is shown first: a request before its reply.
+    for (Socket& open : sockets_) {
+        if (!open.pending) {
+            open.pending = readOne(open);
         }
-        next_ = at + 1;
-        std::vector<char> buffer(kLargestDatagram);
-        iovec part{buffer.data(), buffer.size()};
-        alignas(
-            cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo)) + CMSG_SPACE(sizeof(timespec))];
-        sockaddr_in from{};
-        msghdr header{};
-        header.msg_name = &from;
-        header.msg_namelen = sizeof from;
-        header.msg_iov = &part;
-        header.msg_iovlen = 1;
-        header.msg_control = control;
-        header.msg_controllen = sizeof control;
-        const ssize_t received = recvmsg(sockets_[at].fd, &header, MSG_DONTWAIT);
-        if (received < 0) {
-            continue;
-        }
-        WatchDatagram datagram;
-        datagram.text.assign(buffer.data(), static_cast<std::size_t>(received));
-        datagram.interfaceName = sockets_[at].interfaceName;
-        datagram.time = WallClock::now();
-        char address[INET_ADDRSTRLEN] = {};
-        inet_ntop(AF_INET, &from.sin_addr, address, sizeof address);
-        datagram.sender = address;
-        datagram.senderPort = ntohs(from.sin_port);
-        for (cmsghdr* item = CMSG_FIRSTHDR(&header); item != nullptr;
-             item = CMSG_NXTHDR(&header, item)) {
-            if (item->cmsg_level == IPPROTO_IP && item->cmsg_type == IP_PKTINFO) {
-                in_pktinfo info{};
-                std::memcpy(&info, CMSG_DATA(item), sizeof info);
-                datagram.interfaceName = interfaceNameOf(static_cast<unsigned>(info.ipi_ifindex));
-            } else if (item->cmsg_level == SOL_SOCKET && item->cmsg_type == SO_TIMESTAMPNS) {
-                // When the host took it off the wire, not when this process got to it: delays
-                // stay right on a busy machine.
-                timespec stamp{};
-                std::memcpy(&stamp, CMSG_DATA(item), sizeof stamp);
-                datagram.time =
-                    WallClock::time_point(std::chrono::duration_cast<WallClock::duration>(
-                        std::chrono::seconds(stamp.tv_sec) +
-                        std::chrono::nanoseconds(stamp.tv_nsec)));
-            }
-        }
-        return datagram;
     }
-    return std::nullopt;
+    Socket* first = nullptr;
+    for (Socket& open : sockets_) {
+        if (open.pending && (first == nullptr || open.pending->time < first->pending->time)) {
+            first = &open;
+        }
+    }
+    if (first == nullptr) {
+        return std::nullopt;
+    }
+    std::optional<WatchDatagram> datagram = std::move(first->pending);
+    first->pending.reset();
+    return datagram;
+}
+
+std::optional<WatchDatagram> WatchListener::readOne(const Socket& open) {
+    iovec part{buffer_.data(), buffer_.size()};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo)) + CMSG_SPACE(sizeof(timespec))];
+    sockaddr_in from{};
+    msghdr header{};
+    header.msg_name = &from;
+    header.msg_namelen = sizeof from;
+    header.msg_iov = &part;
+    header.msg_iovlen = 1;
+    header.msg_control = control;
+    header.msg_controllen = sizeof control;
+    const ssize_t received = recvmsg(open.fd, &header, MSG_DONTWAIT);
+    if (received < 0) {
+        return std::nullopt;
+    }
+    WatchDatagram datagram;
+    datagram.text.assign(buffer_.data(), static_cast<std::size_t>(received));
+    datagram.interfaceName = open.interfaceName;
+    datagram.time = WallClock::now();
+    char address[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &from.sin_addr, address, sizeof address);
+    datagram.sender = address;
+    datagram.senderPort = ntohs(from.sin_port);
+    for (cmsghdr* item = CMSG_FIRSTHDR(&header); item != nullptr;
+         item = CMSG_NXTHDR(&header, item)) {
+        if (item->cmsg_level == IPPROTO_IP && item->cmsg_type == IP_PKTINFO) {
+            in_pktinfo info{};
+            std::memcpy(&info, CMSG_DATA(item), sizeof info);
+            datagram.interfaceName = interfaceNameOf(static_cast<unsigned>(info.ipi_ifindex));
+        } else if (item->cmsg_level == SOL_SOCKET && item->cmsg_type == SO_TIMESTAMPNS) {
+            // When the host took it off the wire, not when this process got to it: delays
+            // stay right on a busy machine.
+            timespec stamp{};
+            std::memcpy(&stamp, CMSG_DATA(item), sizeof stamp);
+            datagram.time = WallClock::time_point(std::chrono::duration_cast<WallClock::duration>(
+                std::chrono::seconds(stamp.tv_sec) + std::chrono::nanoseconds(stamp.tv_nsec)));
+        }
+    }
+    return datagram;
 }
 
 }  // namespace lcf

@@ -30,10 +30,16 @@ class WatchListener {
   private:
     struct Socket {
         int fd = -1;
-        std::string interfaceName;  // empty: every interface
+        std::string interfaceName;             // empty: every interface
+        std::optional<WatchDatagram> pending;  // read, not yet handed out
     };
+    // Of the datagrams in hand and those ready, the one the host received first.
+    std::optional<WatchDatagram> earliest();
+    // One datagram from the socket, without waiting.
+    std::optional<WatchDatagram> readOne(const Socket& open);
+
     std::vector<Socket> sockets_;
-    std::size_t next_ = 0;  // where the next look for a ready socket begins, for fairness
+    std::vector<char> buffer_;  // the largest datagram, reused for each
 };
 
 }  // namespace lcf
