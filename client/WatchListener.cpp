@@ -22,14 +22,15 @@ namespace {
 // A socket on the service port that the daemon and other tools on the host share: every one of
 // them bound with address reuse gets its own copy of each broadcast.
 int openShared(const std::string& interfaceName) {
+    constexpr const char* kCannotShare = "cannot share the service port";
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         throw systemError("cannot open a UDP socket");
     }
     try {
-        enableOption(fd, SOL_SOCKET, SO_REUSEADDR, "cannot share the service port");
+        enableOption(fd, SOL_SOCKET, SO_REUSEADDR, kCannotShare);
         // Also next to a tool that shares the port through SO_REUSEPORT alone.
-        enableOption(fd, SOL_SOCKET, SO_REUSEPORT, "cannot share the service port");
+        enableOption(fd, SOL_SOCKET, SO_REUSEPORT, kCannotShare);
         enableOption(fd, SOL_SOCKET, SO_TIMESTAMPNS, "cannot ask for arrival times");
         if (interfaceName.empty()) {
             enableOption(fd, IPPROTO_IP, IP_PKTINFO, "cannot ask for the arrival interface");
