@@ -91,8 +91,8 @@ WatchListener::~WatchListener() {
     }
 }
 
-std::optional<WatchDatagram> WatchListener::receive(std::chrono::milliseconds timeout,
-                                                    const void* signalMask) {
+std::optional<WatchDatagram> WatchListener::receive(
+    std::optional<std::chrono::milliseconds> timeout, const void* signalMask) {
     for (const Socket& open : sockets_) {
         if (open.pending) {
             return earliest();  // one is in hand: no need to wait
@@ -103,11 +103,14 @@ std::optional<WatchDatagram> WatchListener::receive(std::chrono::milliseconds ti
     for (const Socket& open : sockets_) {
         waiting.push_back({open.fd, POLLIN, 0});
     }
-    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(timeout);
-    const timespec wait{static_cast<time_t>(whole.count()),
-                        static_cast<long>((timeout - whole).count()) * 1000000L};
-    const int ready =
-        ppoll(waiting.data(), waiting.size(), &wait, static_cast<const sigset_t*>(signalMask));
+    timespec wait{};
+    if (timeout) {
+        const auto whole = std::chrono::duration_cast<std::chrono::seconds>(*timeout);
+        wait = {static_cast<time_t>(whole.count()),
+                static_cast<long>((*timeout - whole).count()) * 1000000L};
+    }
+    const int ready = ppoll(waiting.data(), waiting.size(), timeout ? &wait : nullptr,
+                            static_cast<const sigset_t*>(signalMask));
     if (ready < 0 && errno != EINTR) {
         throw systemError("cannot wait for datagrams");
     }

@@ -22,10 +22,12 @@ class WatchListener {
     WatchListener(const WatchListener&) = delete;
     WatchListener& operator=(const WatchListener&) = delete;
 
-    // The next datagram; nothing when `timeout` passed first or a signal came.
+    // The next datagram; nothing when `timeout` passed first (without one, no time limit) or a
+    // signal came.
     // `signalMask` is the mask the wait runs under (ppoll), so that a signal blocked
     // elsewhere can interrupt it and nothing is missed between a check and the wait.
-    std::optional<WatchDatagram> receive(std::chrono::milliseconds timeout, const void* signalMask);
+    std::optional<WatchDatagram> receive(std::optional<std::chrono::milliseconds> timeout,
+                                         const void* signalMask);
 
   private:
     struct Socket {

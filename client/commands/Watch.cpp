@@ -3,11 +3,11 @@
 #include <signal.h>
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string>
 
 #include "client/Rendering.hpp"
@@ -22,9 +22,6 @@ namespace {
 
 // A day: longer is a typing error, and it keeps the deadline arithmetic in range.
 constexpr double kLongestDurationSeconds = 86400.0;
-// The longest single wait, so that a clock change cannot stretch a --duration much.
-constexpr std::chrono::milliseconds kLongestWait{1000};
-
 volatile std::sig_atomic_t stopRequested = 0;
 
 void requestStop(int) {
@@ -90,14 +87,16 @@ int runWatch(const WatchArgs& args) {
         Steady::now() + std::chrono::duration_cast<Steady::duration>(
                             std::chrono::duration<double>(args.durationSeconds));
     while (stopRequested == 0) {
-        std::chrono::milliseconds wait = kLongestWait;
+        // Without --duration only a datagram or a signal ends the wait; the deadline is on the
+        // monotonic clock, which a change of the time of day does not move.
+        std::optional<std::chrono::milliseconds> wait;
         if (bounded) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - Steady::now() + std::chrono::microseconds(999));
             if (left.count() <= 0) {
                 break;
             }
-            wait = std::min(wait, left);
+            wait = left;
         }
         const auto datagram = listener.receive(wait, &waitMask);
         if (!datagram) {
