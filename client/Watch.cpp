@@ -35,6 +35,11 @@ constexpr const char* kNotServerKey = ", not a server key";
 constexpr const char* kAfterEmptyField = "fields after an empty field are not read";
 constexpr const char* kNoRequestSeen = "no request seen";
 constexpr const char* kAfter = " ms after ";
+constexpr const char* kEmpty = "empty: ignored by every daemon";
+// What a line shows for a seqid or MAC the datagram does not have.
+constexpr const char* kAbsent = "-";
+// What a line shows for a datagram without a command word.
+constexpr const char* kNoCommand = "?";
 
 const char* markText(FieldMark mark) {
     switch (mark) {
@@ -78,7 +83,7 @@ void readAssignFields(std::string_view list, WatchRecord& record) {
         }
         const lcfd::TextSplit keyAndValue = lcfd::splitView(field.head, lcfd::kKeyValueSeparator);
         WatchField watched{std::string(keyAndValue.head), std::string(keyAndValue.rest),
-                           FieldMark::None};
+                           FieldMark::None, keyAndValue.found};
         if (!lcfd::parseField(field.head, scratch)) {
             watched.mark = FieldMark::Refused;
             record.fields.push_back(std::move(watched));
@@ -220,31 +225,75 @@ void readReply(std::string_view text, WatchRecord& record) {
     if (reply->command == lcfd::word::kStatus) {
         for (const auto& [fieldKey, value] : reply->fields) {
             if (fieldKey != lcfd::key::kSeqid && fieldKey != lcfd::key::kMac) {
-                record.fields.push_back({fieldKey, value, FieldMark::None});
+                record.fields.push_back({fieldKey, value, FieldMark::None, true});
             }
         }
     }
 }
 
-// Escapes what would upset a terminal: control bytes and DEL, as \xNN.
+// How many bytes the UTF-8 sequence at `at` takes, and its code point; 0 when none starts there.
+std::size_t utf8Sequence(std::string_view text, std::size_t at, std::uint32_t& codePoint) {
+    const auto lead = static_cast<unsigned char>(text[at]);
+    const std::size_t length = lead >= 0xC2 && lead <= 0xDF   ? 2
+                               : lead >= 0xE0 && lead <= 0xEF ? 3
+                               : lead >= 0xF0 && lead <= 0xF4 ? 4
+                                                              : 0;
+    if (length == 0 || at + length > text.size()) {
+        return 0;
+    }
+    codePoint = lead & (0x7Fu >> length);
+    for (std::size_t next = 1; next < length; ++next) {
+        const auto byte = static_cast<unsigned char>(text[at + next]);
+        if ((byte & 0xC0u) != 0x80u) {
+            return 0;
+        }
+        codePoint = (codePoint << 6) | (byte & 0x3Fu);
+    }
+    return length;
+}
+
+// Escapes what would upset a terminal as \xNN: control bytes, DEL, and the C1 controls, whether
+// as single bytes or as UTF-8 characters; and the backslash itself, so that an escape on the line
+// is always one. Other UTF-8 characters pass.
 std::string printable(std::string_view text) {
     std::string out;
     out.reserve(text.size());
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7f) {
-            char escaped[5];
-            std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned>(byte));
-            out += escaped;
-        } else {
-            out += c;
+    const auto escape = [&out](unsigned char byte) {
+        char escaped[5];
+        std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned>(byte));
+        out += escaped;
+    };
+    for (std::size_t at = 0; at < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        std::uint32_t codePoint = 0;
+        const std::size_t length = byte >= 0x80 ? utf8Sequence(text, at, codePoint) : 0;
+        if (length > 0) {
+            for (std::size_t next = 0; next < length; ++next) {
+                if (codePoint <= 0x9F) {
+                    escape(static_cast<unsigned char>(text[at + next]));
+                } else {
+                    out += text[at + next];
+                }
+            }
+            at += length;
+            continue;
         }
+        if (byte < 0x20 || byte == 0x7f || (byte >= 0x80 && byte <= 0x9f) || byte == '\\') {
+            escape(byte);
+        } else {
+            out += text[at];
+        }
+        ++at;
     }
     return out;
 }
 
 std::string fieldText(const WatchField& field) {
-    std::string text = field.key + lcfd::kKeyValueSeparator + field.value;
+    // As sent: a field without a separator is shown without one.
+    std::string text = field.key;
+    if (field.separated) {
+        text += lcfd::kKeyValueSeparator + field.value;
+    }
     if (field.mark != FieldMark::None) {
         text += "(" + std::string(markText(field.mark)) + ")";
     }
@@ -298,7 +347,9 @@ WatchRecord takeApart(const WatchDatagram& datagram) {
             .substr(0, std::min(datagram.text.size(), lcfd::kReceiveBufferSize));
     const lcfd::TextSplit header = lcfd::splitView(text, lcfd::kFieldSeparator);
     const lcfd::TextSplit command = lcfd::splitView(header.rest, lcfd::kFieldSeparator);
-    if (!lcfd::checkHeader(header.head)) {
+    if (text.empty()) {
+        addNote(record.note, kEmpty);  // a daemon skips it without a trace line
+    } else if (!lcfd::checkHeader(header.head)) {
         addNote(record.note, std::string(kNotUnderstood) + kBadHeader + " " + quoted(header.head));
     } else {
         record.command.assign(command.head);
@@ -431,17 +482,24 @@ std::string watchSummary(const WatchRecord& record) {
 
 std::string renderWatchLine(const WatchRecord& record) {
     // The command column is as wide as the longest command word.
-    constexpr std::size_t kCommandWidth = 6;
-    std::string command = record.command.empty() ? std::string("?") : record.command;
+    static const std::size_t kCommandWidth = [] {
+        std::size_t widest = 0;
+        for (const char* word : {lcfd::word::kQuery, lcfd::word::kAssign, lcfd::word::kClear,
+                                 lcfd::word::kAck, lcfd::word::kStatus}) {
+            widest = std::max(widest, std::string_view(word).size());
+        }
+        return widest;
+    }();
+    std::string command = record.command.empty() ? std::string(kNoCommand) : record.command;
     if (command.size() < kCommandWidth) {
         command.resize(kCommandWidth, ' ');
     }
     std::string line =
         localTimeOfDay(record.datagram.time) + " " + record.datagram.interfaceName + " " +
         record.datagram.sender + " " + command + " " + lcfd::key::kSeqid +
-        lcfd::kKeyValueSeparator + record.seqid.value_or("-") + " " + lcfd::key::kMac +
+        lcfd::kKeyValueSeparator + record.seqid.value_or(kAbsent) + " " + lcfd::key::kMac +
         lcfd::kKeyValueSeparator +
-        (record.everyController ? std::string(kEveryControllerMark) : record.mac.value_or("-"));
+        (record.everyController ? std::string(kEveryControllerMark) : record.mac.value_or(kAbsent));
     const std::string summary = watchSummary(record);
     if (!summary.empty()) {
         line += " " + summary;
@@ -473,7 +531,8 @@ std::string renderWatchJson(const WatchRecord& record) {
     object["every_controller"] = record.everyController;
     Json fields = Json::array();
     for (const WatchField& field : record.fields) {
-        Json entry = {{"key", field.key}, {"value", field.value}};
+        Json entry = {{"key", field.key},
+                      {"value", field.separated ? Json(field.value) : Json(nullptr)}};
         if (field.mark != FieldMark::None) {
             entry["mark"] = markText(field.mark);
         }

@@ -37,6 +37,7 @@ struct WatchField {
     std::string key;
     std::string value;
     FieldMark mark = FieldMark::None;
+    bool separated = true;  // false for a field sent without "=": it has no value at all
 };
 
 enum class WatchKind { Request, Reply, Other };

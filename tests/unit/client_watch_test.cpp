@@ -286,6 +286,33 @@ TEST_F(Watch, ControlBytesAreEscapedAndJsonSurvivesBytesThatAreNotUtf8) {
     EXPECT_EQ(json.at("seqid"), "\x1b[2J");
 }
 
+TEST_F(Watch, BackslashesAndC1ControlsAreEscapedButUtf8Passes) {
+    EXPECT_EQ(lcf::renderWatchLine(seen("LCF2#CLEAR#seqid=a\\b\x9b"
+                                        "2J#mac=02:4C:43:00:00:01#ntpip",
+                                        0)),
+              "06:05:39.000 lan0 198.18.255.238 CLEAR  seqid=a\\x5Cb\\x9B2J "
+              "mac=02:4C:43:00:00:01 ntpip\n");
+    EXPECT_EQ(
+        lcf::renderWatchLine(seen("LCF2#CLEAR#seqid=1#mac=02:4C:43:00:00:01#h\xc3\xa9\xc2\x9b", 0)),
+        "06:05:39.000 lan0 198.18.255.238 CLEAR  seqid=1 mac=02:4C:43:00:00:01 refused: "
+        "accept=no, not a server key \"h\xc3\xa9\\xC2\\x9B\"\n");
+}
+
+TEST_F(Watch, AFieldWithoutSeparatorIsShownAsSent) {
+    const lcf::WatchRecord assign = seen("LCF2#ASSIGN#seqid=1#mac=02:4C:43:00:00:01#ip", 0);
+    EXPECT_EQ(lcf::watchSummary(assign), "ip(refused) refused: accept=no");
+    const auto json = nlohmann::ordered_json::parse(lcf::renderWatchJson(assign));
+    EXPECT_EQ(json.at("fields").dump(), "[{\"key\":\"ip\",\"value\":null,\"mark\":\"refused\"}]");
+}
+
+TEST_F(Watch, AnEmptyDatagramIsSkippedByEveryDaemon) {
+    const lcf::WatchRecord empty = seen("", 0);
+    EXPECT_EQ(lcf::renderWatchLine(empty),
+              "06:05:39.000 lan0 198.18.255.238 ?      seqid=- mac=- empty: ignored by every "
+              "daemon\n");
+    EXPECT_FALSE(empty.understood);
+}
+
 TEST_F(Watch, TimesAreLocalWithTheirOffset) {
     useZone("CET-1");
     EXPECT_EQ(lcf::localTimeOfDay(at(7)), "07:05:39.007");
