@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -455,6 +456,63 @@ TEST_F(Watch, AnUnknownInterfaceIsAUsageErrorAndDurationEndsTheWatch) {
     EXPECT_EQ(timed.result.err, "");
     EXPECT_GE(timed.seconds, 0.5);
     EXPECT_LT(timed.seconds, 5.0);
+}
+
+// With a socket per interface, datagrams waiting on several are shown in the order the host
+// received them, whichever socket is looked at first.
+TEST_F(Watch, DatagramsOnSeveralInterfacesAreShownInTheOrderTheyCame) {
+    ASSERT_TRUE(upStopped({"arm9"}));
+    TemporaryDirectory scratch;
+    ASSERT_FALSE(scratch.path().empty());
+    ToolSocket tool(sb());
+    ASSERT_TRUE(tool.ok());
+    Background watch(sb().toolNetns(), {lcfBinary(), "watch", "-i", "lo", "-i", "lan0"},
+                     scratch.path(), "watch");
+    // Listening on both once a broadcast on lan0 is shown.
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            tool.send("LCF2#QUERY#seqid=ready");
+            return watch.out().find("seqid=ready") != std::string::npos;
+        },
+        Seconds(30)))
+        << watch.err();
+    const std::size_t before = linesOf(watch.out()).size();
+
+    // While the watch is stopped, one datagram on lan0, then one on lo: both wait, lo's socket
+    // (the first named) holding the later one.
+    ASSERT_EQ(kill(watch.pid(), SIGSTOP), 0);
+    EXPECT_TRUE(tool.send("LCF2#QUERY#seqid=first"));
+    bool sentOnLoopback = false;
+    inNetns(sb().toolNetns(), [&] {
+        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(kPort);
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const std::string text = "LCF2#QUERY#seqid=second";
+        sentOnLoopback = fd >= 0 && sendto(fd, text.data(), text.size(), 0,
+                                           reinterpret_cast<const sockaddr*>(&to),
+                                           sizeof to) == static_cast<ssize_t>(text.size());
+        if (fd >= 0) {
+            close(fd);
+        }
+    });
+    EXPECT_TRUE(sentOnLoopback);
+    ASSERT_EQ(kill(watch.pid(), SIGCONT), 0);
+    ASSERT_TRUE(waitUntil([&] { return linesOf(watch.out()).size() >= before + 2; }, Seconds(30)))
+        << watch.out();
+    EXPECT_EQ(watch.stop(), 0);
+    std::vector<std::string> shown;
+    for (const std::string& line : linesOf(watch.out())) {
+        if (line.find("seqid=ready") == std::string::npos) {
+            shown.push_back(line.substr(13));  // without the time
+        }
+    }
+    EXPECT_EQ(shown, (std::vector<std::string>{
+                         "lan0 198.18.255.254 QUERY  seqid=first mac=*",
+                         "lo 127.0.0.1 QUERY  seqid=second mac=*",
+                     }));
+    EXPECT_EQ(watch.err(), "");
 }
 
 TEST_F(Watch, APortNobodyMayShareIsANetworkError) {
