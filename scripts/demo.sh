@@ -3,7 +3,8 @@
 # Builds lcfd and lcf, starts six controllers of mixed platforms (each an lcfd in its own
 # network and mount namespace), discovers them, moves one to a new address and verifies it,
 # discovers again, commissions the whole segment from a plan (export, edit, dry run, apply,
-# apply again), and tears everything down. Run as root on Debian.
+# apply again), and tears everything down. Meanwhile lcf watch, on a second tool host, shows
+# every request and reply that passed. Run as root on Debian.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -28,8 +29,20 @@ trap '"$sandbox_tool" -n "$sandbox" down >/dev/null 2>&1 || true' EXIT
 
 step "starting a segment of six controllers: arm9, imx, qmt, a generic board, arm9, imx"
 show "$sandbox_tool" -n "$sandbox" up --lcfd "$lcfd_binary" --count 6 \
-    --platforms arm9,imx,qmt,generic
+    --platforms arm9,imx,qmt,generic --tool-hosts 2
 "$sandbox_tool" -n "$sandbox" status
+
+step "lcf watch on a second tool host, listening to everything said on the segment"
+watched=$(mktemp --suffix=.watch)
+trap '"$sandbox_tool" -n "$sandbox" down >/dev/null 2>&1 || true; rm -f "$watched"' EXIT
+echo "\$ $sandbox_tool -n $sandbox exec --tool-host 2 -- $lcf_binary watch > $watched &"
+"$sandbox_tool" -n "$sandbox" exec --tool-host 2 -- "$lcf_binary" watch >"$watched" &
+watch_job=$!
+# Listening once its socket is on the port (sockets of the port in /proc/net/udp, as hex 1C31).
+for _ in $(seq 100); do
+    "$sandbox_tool" -n "$sandbox" exec --tool-host 2 -- grep -q ':1C31 ' /proc/net/udp && break
+    sleep 0.1
+done
 
 in_tool() { show "$sandbox_tool" -n "$sandbox" exec -- "$@"; }
 
@@ -50,7 +63,7 @@ in_tool "$lcf_binary" discover
 
 step "commissioning: the segment exported as a plan"
 plan=$(mktemp --suffix=.csv)
-trap '"$sandbox_tool" -n "$sandbox" down >/dev/null 2>&1 || true; rm -f "$plan"' EXIT
+trap '"$sandbox_tool" -n "$sandbox" down >/dev/null 2>&1 || true; rm -f "$plan" "$watched"' EXIT
 "$sandbox_tool" -n "$sandbox" exec -- "$lcf_binary" discover --csv --expect 6 2>/dev/null >"$plan"
 cat "$plan"
 
@@ -72,6 +85,14 @@ step "the commands the controller ran for those changes (the clock is set once m
 target_id=$("$sandbox_tool" -n "$sandbox" status | awk -v mac="$target" 'tolower($0) ~ tolower(mac) { print $1; exit }')
 "$sandbox_tool" -n "$sandbox" logs "$target_id" shell | sed 's/^[0-9]*://' |
     grep -a -e 'tarnsetup set' -e 'date -u -s' || true
+
+step "what lcf watch saw on the second tool host: every request and reply, each reply paired"
+pkill -TERM -f "^$lcf_binary watch" || true
+wait "$watch_job" || true
+echo "$(wc -l <"$watched") datagrams; the first probe of the first discovery with its answers, and the ASSIGNs to $target with their ACKs:"
+awk '/ QUERY /{ queries++ } queries <= 1' "$watched"
+grep -a -e "mac=$target" "$watched" | grep -a -e ' ASSIGN ' -e ' ACK ' | head -n 4
+rm -f "$watched"
 
 step "tearing the segment down"
 show "$sandbox_tool" -n "$sandbox" down
