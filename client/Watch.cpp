@@ -415,16 +415,16 @@ void RequestPairing::see(WatchRecord& record) {
             continue;
         }
         latest = &seen;
-        if (!earliestOpen && std::find(seen.answeredBy.begin(), seen.answeredBy.end(), mac) ==
-                                 seen.answeredBy.end()) {
+        if (earliestOpen == nullptr && std::find(seen.answeredBy.begin(), seen.answeredBy.end(),
+                                                 mac) == seen.answeredBy.end()) {
             earliestOpen = &seen;
         }
     }
-    Seen* const paired = earliestOpen ? earliestOpen : latest;
-    if (!paired) {
+    Seen* const paired = earliestOpen != nullptr ? earliestOpen : latest;
+    if (paired == nullptr) {
         return;
     }
-    if (earliestOpen) {
+    if (earliestOpen != nullptr) {
         earliestOpen->answeredBy.push_back(mac);
     }
     record.pairedCommand = paired->command;

@@ -19,10 +19,11 @@
 namespace lcf {
 namespace {
 
+constexpr const char* kCannotShare = "cannot share the service port";
+
 // A socket on the service port that the daemon and other tools on the host share: every one of
 // them bound with address reuse gets its own copy of each broadcast.
 int openShared(const std::string& interfaceName) {
-    constexpr const char* kCannotShare = "cannot share the service port";
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         throw systemError("cannot open a UDP socket");
