@@ -1,4 +1,4 @@
--- Wireshark dissector for the LAN configuration protocol of lcfd (UDP port 7217).
+-- Wireshark dissector for the configuration protocol of lcfd (UDP port 7217).
 --
 -- Besides decoding every field, it predicts what a receiving lcfd does with a datagram:
 -- lcf.understood is the verdict the daemon writes in its trace line ("Message understood... "
